@@ -1,0 +1,43 @@
+# How every target of this project is made.
+#
+# Each room of the house (a folder at the top) is one library. Its headers are reached as "room/Header.h", and only by
+# targets that link it: a link named after the room, in an include folder of the room's own, keeps the rest of the tree
+# out of sight, so that an include against the direction of the house does not compile.
+
+# Warnings are errors; floating point is never contracted, so that every processor gives the same samples.
+function(kivo_flags target)
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wshadow -Werror -ffp-contract=off)
+    target_compile_definitions(${target} PRIVATE QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_KEYWORDS
+                                                 QT_DEPRECATED_WARNINGS)
+endfunction()
+
+# kivo_room(<room> SOURCES ... LINKS ...): the library kivo_<room> of the folder <room>.
+function(kivo_room room)
+    cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
+    set(include_dir ${CMAKE_BINARY_DIR}/include/${room})
+    file(MAKE_DIRECTORY ${include_dir})
+    file(CREATE_LINK ${CMAKE_SOURCE_DIR}/${room} ${include_dir}/${room} SYMBOLIC)
+    if(ARG_SOURCES)
+        add_library(kivo_${room} STATIC ${ARG_SOURCES})
+        target_include_directories(kivo_${room} PUBLIC ${include_dir})
+        target_link_libraries(kivo_${room} PUBLIC ${ARG_LINKS})
+        kivo_flags(kivo_${room})
+    else()
+        add_library(kivo_${room} INTERFACE)
+        target_include_directories(kivo_${room} INTERFACE ${include_dir})
+        target_link_libraries(kivo_${room} INTERFACE ${ARG_LINKS})
+    endif()
+endfunction()
+
+# kivo_test(<name> LINKS ... [LABELS ...]): a QtTest program of one source file <name>.cpp, run by CTest.
+function(kivo_test name)
+    cmake_parse_arguments(ARG "" "TIMEOUT" "LINKS;SOURCES;LABELS" ${ARGN})
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 60)
+    endif()
+    add_executable(${name} ${name}.cpp ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE ${ARG_LINKS} Qt5::Test)
+    kivo_flags(${name})
+    add_test(NAME ${name} COMMAND ${name})
+    set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
+endfunction()

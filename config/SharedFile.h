@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <optional>
+#include <sys/types.h>
+
+/// Owns a file descriptor; -1 is none.
+class UniqueFd {
+public:
+    explicit UniqueFd(int fd = -1) : m_fd(fd) {}
+    UniqueFd(UniqueFd &&other) noexcept;
+    UniqueFd &operator=(UniqueFd &&other) noexcept;
+    UniqueFd(const UniqueFd &) = delete;
+    UniqueFd &operator=(const UniqueFd &) = delete;
+    ~UniqueFd();
+
+    int get() const { return m_fd; }
+    bool isValid() const { return m_fd >= 0; }
+
+private:
+    int m_fd;
+};
+
+/// Files in folders that another user can write. Whatever stands under a name there (a link, a FIFO, a device, a folder, a
+/// hard link to a file elsewhere), these never follow it, never block on it and never change it: a file is opened first,
+/// checked through its descriptor, and only then read, written or given away through the same descriptor.
+///
+/// Failure: an invalid descriptor or an empty optional, with errno telling why.
+namespace SharedFile {
+
+/// A regular file to read from.
+UniqueFd openToRead(const QString &path);
+
+/// A regular file with no other name to write to, created with the mode when it is missing, emptied otherwise.
+UniqueFd openToWrite(const QString &path, mode_t mode);
+
+/// The same, neither emptied nor written: a file to take a lock on.
+UniqueFd openToLock(const QString &path, mode_t mode);
+
+/// Everything in the file; nothing (EFBIG) when it holds more than limit bytes, which is found out without reading them.
+std::optional<QByteArray> readAll(const UniqueFd &file, qint64 limit);
+
+/// All bytes or false.
+bool writeAll(const UniqueFd &file, const QByteArray &bytes);
+
+/// Group id of "www-data", looked up once per process; nothing when the system has no such group.
+std::optional<gid_t> webUiGroup();
+
+} // namespace SharedFile

@@ -1,0 +1,104 @@
+#pragma once
+
+#include "base/EpochClock.h"
+#include "net/ReplyFramer.h"
+
+#include <QAbstractSocket>
+#include <QByteArray>
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <QTimer>
+#include <QVariantMap>
+
+class QTcpSocket;
+
+/// The control link: one TCP connection to the voice server, text commands out, replies in as signals.
+///
+/// Lives on the event-loop thread. Never reconnects by itself; a command given while the link is down is dropped
+/// silently. Text from outside is made safe for the line protocol when it is sent: a CR, LF or NUL becomes a blank.
+class TcpClient : public QObject {
+    Q_OBJECT
+
+public:
+    explicit TcpClient(QObject *parent = nullptr, EpochClock clock = steadyEpochMs);
+    /// Says "QUIT" when connected, then closes the socket.
+    ~TcpClient() override;
+
+    /// Starts to connect and returns at once; the outcome is connected() or errorOccurred(). A link that is up or on its
+    /// way is left alone. The host name is resolved without blocking the loop.
+    void connectToServer(const QString &host, quint16 port);
+    bool isConnected() const;
+    /// State of the socket; QAbstractSocket::UnconnectedState before the first connection.
+    QAbstractSocket::SocketState socketState() const;
+
+    /// Sends one line, CR LF appended, UTF-8, in one write. Dropped silently while not connected.
+    void sendCommand(const QString &line);
+    void sendPing();
+    void quit();
+    void sendAudio(const QByteArray &data);
+
+    void login(const QString &callsign, const QString &password, const QString &hwid);
+    void loginHwid(const QString &a, const QString &b);
+    void joinRoom(const QString &room);
+    void leaveRoom();
+    void requestRooms();
+    void startTransmit(const QString &name);
+    void stopTransmit(const QString &name);
+    void requestAllUsers();
+    void requestOnlineUsers();
+    void requestUserInfo(const QString &name);
+    void approveUser(int id);
+    void unapproveUser(int id);
+    void resetHwid(int id);
+    /// Same command with the account's callsign, as the administrators' page asks for it.
+    void resetHwid(const QString &callsign);
+    void kickUser(int id);
+    void moveUser(int id, const QString &room);
+    void muteUser(int id, bool muted);
+
+    /// Account data of the last "LOGIN_OK": 0, false and empty before it.
+    int userId() const;
+    bool isAdmin() const;
+    /// The session token that the media link presents to the server.
+    QString loginText() const;
+
+    /// Handles one complete reply line.
+    void dispatchLine(const QString &line);
+
+Q_SIGNALS:
+    void connected();
+    void disconnected();
+    void loginResult(bool success, QString message);
+    void registerResult(bool success, QString message);
+    void roomListReceived(QStringList rooms);
+    void roomUsersReceived(QList<QVariantMap> users);
+    void onlineUsersReceived(QList<QVariantMap> users);
+    void allUsersReceived(QList<QVariantMap> users);
+    void userInfoReceived(QVariantMap info);
+    void joinRoomResult(bool success, QString room);
+    void leaveRoomResult(bool success, QString room);
+    void transmitStarted();
+    void transmitStopped();
+    void transmitFailed(QString reason);
+    void audioReceived(QByteArray data, int userId);
+    void pingUpdated(float latencyMs);
+    void serverInfoReceived(QVariantMap info);
+    void audioQualityReceived(QVariantMap quality);
+    void sessionKeyReceived(QString key);
+    void roomKeyReceived(QString key);
+    void gatewayInfoReceived(QVariantMap info);
+    void hwidReset(QString callsign);
+    void errorOccurred(QString error);
+    void kicked(QString message);
+    void banned(QString message);
+    void adminMuted(bool muted, QString message);
+    void adminMuteStatusChanged(int userId, bool muted);
+    void userPasswordChanged(bool success, QString message);
+    void userProfileReceived(QVariantMap profile);
+    void adminNotification(QString type, QString message);
+    void pendingUsersReceived(QList<QVariantMap> users);
+    void announcementReceived(QVariantMap announcement);
+    void announcementsListReceived(QList<QVariantMap> list);
+};
