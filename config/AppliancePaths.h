@@ -2,8 +2,8 @@
 
 #include <QString>
 
-/// Every path of the appliance below its folder. Handed down by value, so that a test can give another root; the program
-/// itself always uses the default.
+/// Every path of the appliance below its folder. Handed down by value, so that a test can give another root; the
+/// program itself always uses the default.
 struct AppliancePaths {
     QString root = QStringLiteral("/opt/kivo-appliance");
 

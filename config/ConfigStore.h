@@ -3,8 +3,8 @@
 #include <QJsonObject>
 #include <QString>
 
-/// The appliance's settings: one JSON object in memory, loaded on first access, saved under a lock by merging it into what
-/// the Web UI has written meanwhile.
+/// The appliance's settings: one JSON object in memory, loaded on first access, saved under a lock by merging it into
+/// what the Web UI has written meanwhile.
 class ConfigStore {
 public:
     explicit ConfigStore(QString directory);

@@ -23,27 +23,37 @@ private:
     int m_fd;
 };
 
-/// Files in folders that another user can write. Whatever stands under a name there (a link, a FIFO, a device, a folder, a
-/// hard link to a file elsewhere), these never follow it, never block on it and never change it: a file is opened first,
-/// checked through its descriptor, and only then read, written or given away through the same descriptor.
+/// Files in folders that another user can write. Whatever stands under a name there (a link, a FIFO, a device, a
+/// folder, a hard link to a file elsewhere), these never follow it, never block on it and never change it: a file is
+/// opened first, checked through its descriptor, and only then read, written or given away through the same descriptor.
 ///
 /// Failure: an invalid descriptor or an empty optional, with errno telling why.
 namespace SharedFile {
 
+/// Mode of every file that the Web UI may read and write.
+constexpr mode_t webUiMode = 0664;
+
+/// Whether a file is accepted that has further names (hard links).
+enum class OtherNames { Refused, Allowed };
+
 /// A regular file to read from.
-UniqueFd openToRead(const QString &path);
+UniqueFd openToRead(const QString &path, OtherNames otherNames = OtherNames::Refused);
 
 /// A regular file with no other name to write to, created with the mode when it is missing, emptied otherwise.
-UniqueFd openToWrite(const QString &path, mode_t mode);
+UniqueFd openToWrite(const QString &path, mode_t mode = webUiMode);
 
 /// The same, neither emptied nor written: a file to take a lock on.
-UniqueFd openToLock(const QString &path, mode_t mode);
+UniqueFd openToLock(const QString &path, mode_t mode = webUiMode);
 
-/// Everything in the file; nothing (EFBIG) when it holds more than limit bytes, which is found out without reading them.
+/// Everything in the file; nothing (EFBIG) when it holds more than limit bytes, which is found out without reading
+/// them.
 std::optional<QByteArray> readAll(const UniqueFd &file, qint64 limit);
 
 /// All bytes or false.
 bool writeAll(const UniqueFd &file, const QByteArray &bytes);
+
+/// Gives the file to root and the Web UI's group, with webUiMode. Failures are passed over.
+void shareWithWebUi(const UniqueFd &file);
 
 /// Group id of "www-data", looked up once per process; nothing when the system has no such group.
 std::optional<gid_t> webUiGroup();
