@@ -3,16 +3,37 @@
 #include <QJsonObject>
 #include <QString>
 
-/// Typed readers of the settings used in more than one place, each with the value that stands in for a missing or
-/// wrongly typed key, and setters that change the object in memory only.
+/// Typed readers of the settings, each with the value that stands in for a missing or wrongly typed key, and setters
+/// that change the object in memory only.
 namespace Settings {
 
 QString serverAddress(const QJsonObject &config);
-int serverPort(const QJsonObject &config);
+int serverPort(const QJsonObject &config); ///< 1..65535; anything else counts as missing
 QString audioInput(const QJsonObject &config);
-QString serialPort(const QJsonObject &config);
+QString serialPort(const QJsonObject &config); ///< empty: no radio interface; a missing key is not that
+int baudRate(const QJsonObject &config);       ///< at least 1; anything else counts as missing
+bool cosLogicHigh(const QJsonObject &config);
+bool pttInvert(const QJsonObject &config);
+
+int micGainPercent(const QJsonObject &config);     ///< as stored, not clamped
+int speakerGainPercent(const QJsonObject &config); ///< as stored, not clamped
+bool agcEnabled(const QJsonObject &config);
+int totDurationSeconds(const QJsonObject &config); ///< 0: unlimited
+
+/// Gains in dB of the three bands, as stored.
+struct Tone {
+    double bass = 0.0;
+    double mid = 0.0;
+    double treble = 0.0;
+};
+Tone txTone(const QJsonObject &config);
+Tone rxTone(const QJsonObject &config);
+
 QString hwid(const QJsonObject &config);
 QString callsign(const QJsonObject &config);
+QString password(const QJsonObject &config);
+QString lastRoom(const QJsonObject &config);
+QString defaultRoom(const QJsonObject &config);
 QString gatewayName(const QJsonObject &config);
 QString frequency(const QJsonObject &config);
 QString location(const QJsonObject &config);
