@@ -1,0 +1,33 @@
+#include "net/ReplyJoiner.h"
+
+#include <QLatin1String>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace {
+
+constexpr std::array splitKeywords = {QLatin1String("USER_PROFILE"), QLatin1String("USER_INFO_RESULT"),
+                                      QLatin1String("ANNOUNCEMENTS")};
+
+bool isFirstHalf(const QString &line) {
+    const QString firstWord = line.section(QLatin1Char(' '), 0, 0);
+    return std::find(splitKeywords.begin(), splitKeywords.end(), firstWord) != splitKeywords.end() &&
+           !line.contains(QLatin1Char('|'));
+}
+
+} // namespace
+
+std::optional<QString> ReplyJoiner::add(const QString &line) {
+    if (!m_pending.isEmpty())
+        return std::exchange(m_pending, QString()) + QLatin1Char('|') + line;
+    if (!isFirstHalf(line))
+        return line;
+    m_pending = line;
+    return std::nullopt;
+}
+
+void ReplyJoiner::clear() {
+    m_pending.clear();
+}

@@ -1,0 +1,235 @@
+#include "net/TcpClient.h"
+
+#include "net/ControlCommands.h"
+#include "net/DeadPeerDetection.h"
+#include "net/TcpReplies.h"
+
+#include <QDebug>
+#include <QTcpSocket>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+/// The bytes of one command. A line end or NUL inside would start a second command or cut this one short.
+QByteArray commandBytes(QString line) {
+    const auto breaksLine = [](QChar c) {
+        return c == QLatin1Char('\r') || c == QLatin1Char('\n') || c == QLatin1Char('\0');
+    };
+    std::replace_if(line.begin(), line.end(), breaksLine, QChar(QLatin1Char(' ')));
+    return line.toUtf8() + "\r\n";
+}
+
+} // namespace
+
+TcpClient::TcpClient(QObject *parent, EpochClock clock, TcpTimings timings)
+    : QObject(parent),
+      m_clock(std::move(clock)),
+      m_timings(timings),
+      m_socket(new QTcpSocket(this)),
+      m_heartbeat(this) {
+    connect(m_socket, &QTcpSocket::connected, this, &TcpClient::onConnected);
+    connect(m_socket, &QTcpSocket::disconnected, this, &TcpClient::onDisconnected);
+    connect(m_socket, &QTcpSocket::readyRead, this, &TcpClient::onReadyRead);
+    connect(m_socket, &QTcpSocket::errorOccurred, this, &TcpClient::onError);
+    connect(&m_heartbeat, &QTimer::timeout, this, &TcpClient::onHeartbeat);
+}
+
+TcpClient::~TcpClient() {
+    m_socket->disconnect(this);
+    quit();
+    // The socket's destructor throws away what is still queued. A failure here has nobody left to tell.
+    m_socket->flush();
+}
+
+void TcpClient::connectToServer(const QString &host, quint16 port) {
+    if (socketState() != QAbstractSocket::UnconnectedState)
+        return;
+    qDebug() << "[TCP] Connecting to" << host << ":" << port;
+    m_socket->connectToHost(host, port);
+}
+
+bool TcpClient::isConnected() const {
+    return socketState() == QAbstractSocket::ConnectedState;
+}
+
+QAbstractSocket::SocketState TcpClient::socketState() const {
+    return m_socket->state();
+}
+
+void TcpClient::sendCommand(const QString &line) {
+    if (!m_connected)
+        return;
+    // The write only queues; when the link cannot take it any more, the socket raises an error by itself.
+    m_socket->write(commandBytes(line));
+}
+
+void TcpClient::sendPing() {
+    m_pingSentMs = m_clock();
+    sendCommand(commandLine(ControlCommand::ping));
+}
+
+void TcpClient::quit() {
+    sendCommand(commandLine(ControlCommand::quit));
+    m_heartbeat.stop();
+}
+
+void TcpClient::sendAudio(const QByteArray &) {
+    qDebug() << "[TCP] sendAudio called but TCP audio not supported - drop frame";
+}
+
+void TcpClient::login(const QString &callsign, const QString &password, const QString &hwid) {
+    sendCommand(hwid.isEmpty() ? commandLine(ControlCommand::login, {callsign, password})
+                               : commandLine(ControlCommand::loginWithHwid, {callsign, password, hwid}));
+}
+
+void TcpClient::loginHwid(const QString &a, const QString &b) {
+    sendCommand(commandLine(ControlCommand::loginHwid, {a, b}));
+}
+
+void TcpClient::joinRoom(const QString &room) {
+    sendCommand(commandLine(ControlCommand::join, {room}));
+}
+
+void TcpClient::leaveRoom() {
+    sendCommand(commandLine(ControlCommand::leave));
+}
+
+void TcpClient::requestRooms() {
+    sendCommand(commandLine(ControlCommand::rooms));
+}
+
+void TcpClient::startTransmit(const QString &name) {
+    sendCommand(commandLine(ControlCommand::txStart, {name}));
+}
+
+void TcpClient::stopTransmit(const QString &name) {
+    sendCommand(commandLine(ControlCommand::txStop, {name}));
+}
+
+void TcpClient::requestAllUsers() {
+    sendCommand(commandLine(ControlCommand::allUsers));
+}
+
+void TcpClient::requestOnlineUsers() {
+    sendCommand(commandLine(ControlCommand::onlineUsers));
+}
+
+void TcpClient::requestUserInfo(const QString &name) {
+    sendCommand(commandLine(ControlCommand::userInfo, {name}));
+}
+
+void TcpClient::approveUser(int id) {
+    sendCommand(commandLine(ControlCommand::approveUser, {QString::number(id)}));
+}
+
+void TcpClient::unapproveUser(int id) {
+    sendCommand(commandLine(ControlCommand::unapproveUser, {QString::number(id)}));
+}
+
+void TcpClient::resetHwid(int id) {
+    resetHwid(QString::number(id));
+}
+
+void TcpClient::resetHwid(const QString &callsign) {
+    sendCommand(commandLine(ControlCommand::resetHwid, {callsign}));
+}
+
+void TcpClient::kickUser(int id) {
+    sendCommand(commandLine(ControlCommand::kickUser, {QString::number(id)}));
+}
+
+void TcpClient::moveUser(int id, const QString &room) {
+    sendCommand(commandLine(ControlCommand::moveUser, {QString::number(id), room}));
+}
+
+void TcpClient::muteUser(int id, bool muted) {
+    sendCommand(commandLine(ControlCommand::muteUser, {QString::number(id), QString::number(muted ? 1 : 0)}));
+}
+
+int TcpClient::userId() const {
+    return m_userId;
+}
+
+bool TcpClient::isAdmin() const {
+    return m_isAdmin;
+}
+
+QString TcpClient::loginText() const {
+    return m_loginText;
+}
+
+float TcpClient::lastLatencyMs() const {
+    return m_lastLatencyMs;
+}
+
+QString TcpClient::lastReply() const {
+    return m_lastReply;
+}
+
+void TcpClient::dispatchLine(const QString &line) {
+    if (line == QLatin1String("PONG")) {
+        onPong();
+    } else if (line.startsWith(QLatin1String("ROIP SERVER READY"))) {
+        qDebug() << "[TCP] Server siap";
+    } else {
+        m_lastReply = line;
+        Replies::handle(*this, line);
+    }
+}
+
+void TcpClient::onConnected() {
+    // Nothing of an earlier connection may be taken for a part of this one.
+    m_framer.clear();
+    m_joiner.clear();
+    m_pingSentMs = 0;
+    m_connected = true;
+    m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+    if (!detectDeadPeer(static_cast<int>(m_socket->socketDescriptor()), m_timings.peerSilence))
+        qWarning() << "[TCP] Dead peer detection not available:" << std::strerror(errno);
+    m_heartbeat.start(m_timings.heartbeat);
+    qDebug() << "[TCP] Connected!";
+    Q_EMIT connected();
+}
+
+void TcpClient::onDisconnected() {
+    m_connected = false;
+    m_heartbeat.stop();
+    qDebug() << "[TCP] Disconnected!";
+    Q_EMIT disconnected();
+}
+
+void TcpClient::onReadyRead() {
+    m_framer.append(m_socket->readAll());
+    // Each unit is consumed before it is handled, so its handlers may do anything to the link, even start it anew.
+    while (const auto unit = m_framer.next())
+        handleUnit(*unit);
+}
+
+void TcpClient::onError(QAbstractSocket::SocketError) {
+    const QString text = m_socket->errorString();
+    qWarning() << "[TCP] Error:" << text;
+    Q_EMIT errorOccurred(text);
+}
+
+void TcpClient::onHeartbeat() {
+    sendPing();
+}
+
+void TcpClient::handleUnit(const ReplyUnit &unit) {
+    if (const auto *block = std::get_if<AudioBlock>(&unit)) {
+        Q_EMIT audioReceived(block->payload, block->userId);
+    } else if (const auto reply = m_joiner.add(std::get<QString>(unit))) {
+        dispatchLine(*reply);
+    }
+}
+
+void TcpClient::onPong() {
+    if (m_pingSentMs < 1)
+        return;
+    m_lastLatencyMs = static_cast<float>(m_clock() - std::exchange(m_pingSentMs, 0));
+    Q_EMIT pingUpdated(m_lastLatencyMs);
+}
