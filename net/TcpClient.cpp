@@ -30,12 +30,15 @@ TcpClient::TcpClient(QObject *parent, EpochClock clock, TcpTimings timings)
       m_clock(std::move(clock)),
       m_timings(timings),
       m_socket(new QTcpSocket(this)),
-      m_heartbeat(this) {
+      m_heartbeat(this),
+      m_attemptTimer(this) {
+    m_attemptTimer.setSingleShot(true);
     connect(m_socket, &QTcpSocket::connected, this, &TcpClient::onConnected);
     connect(m_socket, &QTcpSocket::disconnected, this, &TcpClient::onDisconnected);
     connect(m_socket, &QTcpSocket::readyRead, this, &TcpClient::onReadyRead);
     connect(m_socket, &QTcpSocket::errorOccurred, this, &TcpClient::onError);
     connect(&m_heartbeat, &QTimer::timeout, this, &TcpClient::onHeartbeat);
+    connect(&m_attemptTimer, &QTimer::timeout, this, &TcpClient::onAttemptTimeout);
 }
 
 TcpClient::~TcpClient() {
@@ -49,6 +52,7 @@ void TcpClient::connectToServer(const QString &host, quint16 port) {
     if (socketState() != QAbstractSocket::UnconnectedState)
         return;
     qDebug() << "[TCP] Connecting to" << host << ":" << port;
+    m_attemptTimer.start(m_timings.attempt);
     m_socket->connectToHost(host, port);
 }
 
@@ -182,6 +186,7 @@ void TcpClient::dispatchLine(const QString &line) {
 }
 
 void TcpClient::onConnected() {
+    m_attemptTimer.stop();
     // Nothing of an earlier connection may be taken for a part of this one.
     m_framer.clear();
     m_joiner.clear();
@@ -210,13 +215,23 @@ void TcpClient::onReadyRead() {
 }
 
 void TcpClient::onError(QAbstractSocket::SocketError) {
-    const QString text = m_socket->errorString();
-    qWarning() << "[TCP] Error:" << text;
-    Q_EMIT errorOccurred(text);
+    m_attemptTimer.stop();
+    reportError(m_socket->errorString());
 }
 
 void TcpClient::onHeartbeat() {
     sendPing();
+}
+
+/// The socket would try every address twice, half a minute each, before it gave up by itself.
+void TcpClient::onAttemptTimeout() {
+    m_socket->abort();
+    reportError(QStringLiteral("Connection timed out"));
+}
+
+void TcpClient::reportError(const QString &text) {
+    qWarning() << "[TCP] Error:" << text;
+    Q_EMIT errorOccurred(text);
 }
 
 void TcpClient::handleUnit(const ReplyUnit &unit) {

@@ -20,6 +20,8 @@ class QTcpSocket;
 /// The control link's intervals; tests hand in shorter ones.
 struct TcpTimings {
     std::chrono::milliseconds heartbeat{5000};
+    /// How long an attempt to connect may take, name resolution included.
+    std::chrono::milliseconds attempt{30000};
     /// How long the peer may be silently gone before the link ends with an error.
     std::chrono::milliseconds peerSilence{25000};
 };
@@ -129,17 +131,20 @@ private Q_SLOTS:
     void onReadyRead();
     void onError(QAbstractSocket::SocketError code);
     void onHeartbeat();
+    void onAttemptTimeout();
 
 private:
     class Replies;
 
     void handleUnit(const ReplyUnit &unit);
     void onPong();
+    void reportError(const QString &text);
 
     EpochClock m_clock;
     TcpTimings m_timings;
     QTcpSocket *m_socket; ///< child
     QTimer m_heartbeat;
+    QTimer m_attemptTimer;
     ReplyFramer m_framer;
     ReplyJoiner m_joiner;
     bool m_connected = false;
