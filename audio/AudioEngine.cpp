@@ -26,7 +26,8 @@ std::span<const qint16> samplesOf(const QByteArray &array) {
     return {reinterpret_cast<const qint16 *>(array.constData()), size_t(array.size()) / sizeof(qint16)};
 }
 
-void configure(QTimer &timer, std::chrono::milliseconds interval, bool singleShot) {
+void configure(QTimer &timer, const char *name, std::chrono::milliseconds interval, bool singleShot) {
+    timer.setObjectName(QLatin1String(name));
     timer.setTimerType(Qt::PreciseTimer);
     timer.setInterval(interval);
     timer.setSingleShot(singleShot);
@@ -43,12 +44,12 @@ AudioEngine::AudioEngine(QString warningToneFile, QObject *parent, EpochClock cl
     : QObject(parent),
       m_clock(std::move(clock)),
       m_warningToneFile(std::move(warningToneFile)) {
-    configure(m_outputTimer, 20ms, false);
-    configure(m_capturePoll, 10ms, false);
-    configure(m_reopenTimer, 100ms, true);
-    configure(m_retryTimer, 3000ms, true);
-    configure(m_totTimer, 0ms, true);
-    configure(m_totWarningTimer, 0ms, true);
+    configure(m_outputTimer, "output", 20ms, false);
+    configure(m_capturePoll, "capturePoll", 10ms, false);
+    configure(m_reopenTimer, "reopen", 100ms, true);
+    configure(m_retryTimer, "retry", 3000ms, true);
+    configure(m_totTimer, "tot", 0ms, true);
+    configure(m_totWarningTimer, "totWarning", 0ms, true);
     connect(&m_outputTimer, &QTimer::timeout, this, &AudioEngine::onOutputBufferTimer);
     connect(&m_capturePoll, &QTimer::timeout, this, &AudioEngine::onInputReadyRead);
     connect(&m_reopenTimer, &QTimer::timeout, this, &AudioEngine::reopenAfterQualityChange);
@@ -290,6 +291,7 @@ void AudioEngine::onAudioReceivedFrom(QByteArray data, quint32 userId) {
     }
     m_resampler.convert(m_decoded, m_streamRateHz, m_playback.rateHz(), m_received);
     shapeReceived(m_received);
+    m_playback.forgetErrors();
     m_outputLevel = levelOf(m_received);
     m_playback.append(m_received);
 }

@@ -168,12 +168,12 @@ private:
 
     FrameCipher m_cipher;
 
-    QTimer m_capturePoll;
-    QTimer m_outputTimer;
-    QTimer m_reopenTimer; ///< runs from a quality change to the reopening
+    QTimer m_capturePoll{this};
+    QTimer m_outputTimer{this};
+    QTimer m_reopenTimer{this}; ///< runs from a quality change to the reopening
     bool m_reopenPlayback = false;
     bool m_reopenCapture = false;
-    QTimer m_retryTimer; ///< runs after a failing playback was given up
-    QTimer m_totTimer;
-    QTimer m_totWarningTimer;
+    QTimer m_retryTimer{this}; ///< runs after a failing playback was given up
+    QTimer m_totTimer{this};
+    QTimer m_totWarningTimer{this};
 };

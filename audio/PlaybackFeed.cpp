@@ -40,11 +40,6 @@ void PlaybackFeed::drainAndClose() {
     m_queue.clear();
 }
 
-void PlaybackFeed::append(std::span<const qint16> frame) {
-    m_writeErrors = 0;
-    m_queue.append(frame);
-}
-
 bool PlaybackFeed::playChunk(int streamRateHz) {
     if (m_queue.prime()) {
         logPrimed(streamRateHz);

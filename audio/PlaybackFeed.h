@@ -22,10 +22,10 @@ public:
     int channels() const { return m_pcm.channels(); }
     void assumeRate(int rateHz);
 
-    /// Queues a frame that was received well, which also ends a series of write errors.
-    void append(std::span<const qint16> frame);
+    void append(std::span<const qint16> frame) { m_queue.append(frame); }
     /// Drops what is queued and unprimes.
     void clear() { m_queue.clear(); }
+    /// Ends a series of write errors: sound is coming in that is worth the trouble.
     void forgetErrors() { m_writeErrors = 0; }
 
     /// Writes the next chunk if there is one to be written. False when the device failed once too often in a series and
@@ -44,5 +44,5 @@ private:
     PlaybackQueue m_queue;
     PlaybackPcm m_pcm;
     int m_frameMs = 20;
-    int m_writeErrors = 0; ///< since the last frame that was received well
+    int m_writeErrors = 0; ///< in the present series
 };
