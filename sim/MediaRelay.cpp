@@ -1,26 +1,10 @@
 #include "sim/MediaRelay.h"
 
-#include <QtEndian>
+#include "sim/AudioDatagram.h"
 
 #include <utility>
 
 namespace sim {
-
-namespace {
-
-constexpr int headerBytes = 4;
-
-quint32 talkerOf(const QByteArray &datagram) {
-    return qFromBigEndian<quint32>(datagram.constData());
-}
-
-} // namespace
-
-QByteArray audioDatagram(quint32 talkerId, const QByteArray &frame) {
-    QByteArray header(headerBytes, Qt::Uninitialized);
-    qToBigEndian(talkerId, header.data());
-    return header + frame;
-}
 
 MediaRelay::MediaRelay(Switchboard &board, AudioSink relayed) : m_board(board), m_relayed(std::move(relayed)) {}
 
@@ -69,11 +53,11 @@ std::vector<Outgoing> MediaRelay::keepalive(const QByteArray &, const Endpoint &
 
 std::vector<Outgoing> MediaRelay::relay(const QByteArray &datagram, const Endpoint &from) {
     const Session *talker = m_board.byEndpoint(from);
-    if (!talker || !talker->talking || datagram.size() <= headerBytes ||
-        talkerOf(datagram) != quint32(talker->account->id)) {
+    const std::optional<AudioDatagram> audio = AudioDatagram::fromBytes(datagram);
+    if (!audio || !talker || !talker->talking || audio->talkerId != quint32(talker->account->id)) {
         return {};
     }
-    m_relayed(talker->account->callsign, datagram.mid(headerBytes));
+    m_relayed(talker->account->callsign, audio->frame);
     std::vector<Outgoing> copies;
     for (const Session *member : m_board.members(talker->room)) {
         if (member != talker && member->media.port != 0) {

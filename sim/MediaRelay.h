@@ -15,9 +15,6 @@ struct Outgoing {
     QByteArray bytes;
 };
 
-/// An audio datagram: the talker's id, four bytes, most significant first, and the frame as it stands.
-QByteArray audioDatagram(quint32 talkerId, const QByteArray &frame);
-
 /// The media side of the server: ties endpoints to sessions and relays audio between the members of a room. No socket.
 class MediaRelay {
 public:

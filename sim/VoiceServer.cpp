@@ -1,5 +1,6 @@
 #include "sim/VoiceServer.h"
 
+#include "sim/AudioDatagram.h"
 #include "sim/ControlLink.h"
 #include "sim/MediaRelay.h"
 #include "sim/PacketFilter.h"
@@ -133,7 +134,7 @@ void VoiceServer::setTalking(const QString &callsign, bool talking) {
 void VoiceServer::sendAudioTo(const QString &callsign, quint32 talkerId, const QByteArray &frame) {
     const Session *client = session(callsign);
     if (client && client->media.port != 0) {
-        sendDatagram({client->media, audioDatagram(talkerId, frame)});
+        sendDatagram({client->media, AudioDatagram{talkerId, frame}.bytes()});
     }
 }
 
