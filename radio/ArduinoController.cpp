@@ -147,7 +147,8 @@ void ArduinoController::send(const QByteArray &line) {
 void ArduinoController::onPortError(QSerialPort::SerialPortError portError) {
     if (portError != QSerialPort::ResourceError && portError != QSerialPort::ReadError)
         return;
-    qWarning() << "[Arduino] Serial port lost:" << m_portName << "—" << m_port->errorString();
+    // Without the port's own text: at a hang-up that is what the system had to say about something else, long ago.
+    qWarning() << "[Arduino] Serial port lost:" << m_portName << "— radio interface closed";
     closePort();
     dropStaleCos();
 }

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+/// The other end of a serial line: stands for the board, on a pty.
+class PtyBoard {
+public:
+    PtyBoard() : m_fd(::posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {
+        char name[64] = {};
+        if (m_fd < 0 || ::grantpt(m_fd) != 0 || ::unlockpt(m_fd) != 0 || ::ptsname_r(m_fd, name, sizeof name) != 0)
+            qFatal("pty: %s", strerror(errno));
+        m_device = QString::fromLocal8Bit(name);
+    }
+    ~PtyBoard() { vanish(); }
+    PtyBoard(const PtyBoard &) = delete;
+    PtyBoard &operator=(const PtyBoard &) = delete;
+
+    /// Path of the serial device.
+    QString device() const { return m_device; }
+
+    void say(const QByteArray &bytes) {
+        if (::write(m_fd, bytes.constData(), size_t(bytes.size())) != bytes.size())
+            qFatal("write to the pty: %s", strerror(errno));
+    }
+
+    /// Everything that has been received up to now.
+    QByteArray heard() {
+        char chunk[4096];
+        for (ssize_t count = 0; (count = ::read(m_fd, chunk, sizeof chunk)) > 0;)
+            m_heard.append(chunk, static_cast<int>(count));
+        return m_heard;
+    }
+
+    /// Is pulled out.
+    void vanish() {
+        if (m_fd >= 0)
+            ::close(m_fd);
+        m_fd = -1;
+    }
+
+private:
+    int m_fd;
+    QString m_device;
+    QByteArray m_heard;
+};
