@@ -1,0 +1,65 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QtTest>
+
+/// A voice server that says only what a test tells it to, and keeps what it hears.
+class FakeServer : public QTcpServer {
+public:
+    FakeServer() {
+        listen(QHostAddress::LocalHost);
+        connect(this, &QTcpServer::newConnection, this, &FakeServer::accept);
+    }
+
+    int connections() const { return m_connections; }
+    bool hasClient() const { return m_client != nullptr; }
+
+    void say(const QByteArray &line) {
+        m_client->write(line + "\r\n");
+        m_client->flush();
+    }
+
+    void hangUp() { m_client->disconnectFromHost(); }
+
+    /// What was heard since the last call, up to and without the given command, for which it waits.
+    QList<QByteArray> heardBefore(const QByteArray &command) {
+        if (!QTest::qWaitFor([&] { return m_lines.contains(command + "\r\n"); }))
+            return {"(never heard " + command + ")"};
+        QList<QByteArray> lines;
+        while (m_lines.first() != command + "\r\n")
+            lines.append(m_lines.takeFirst());
+        m_lines.removeFirst();
+        return lines;
+    }
+
+    bool hears(const QByteArray &command) {
+        return QTest::qWaitFor([&] { return m_lines.contains(command + "\r\n"); });
+    }
+
+    bool hasHeard(const QByteArray &command) const { return m_lines.contains(command + "\r\n"); }
+
+    void forget() { m_lines.clear(); }
+
+private:
+    void accept() {
+        ++m_connections;
+        m_client = nextPendingConnection();
+        connect(m_client, &QTcpSocket::readyRead, this, &FakeServer::read);
+        connect(m_client, &QTcpSocket::disconnected, this, [this, client = m_client] {
+            if (m_client == client)
+                m_client = nullptr;
+        });
+    }
+
+    void read() {
+        while (m_client && m_client->canReadLine())
+            m_lines.append(m_client->readLine());
+    }
+
+    QTcpSocket *m_client = nullptr;
+    QList<QByteArray> m_lines;
+    int m_connections = 0;
+};

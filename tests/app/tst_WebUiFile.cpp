@@ -1,0 +1,141 @@
+#include "TestRoot.h"
+#include "app/WebUiFile.h"
+
+#include <QtTest>
+
+#include <grp.h>
+#include <optional>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+struct stat statusOf(const QString &path) {
+    struct stat status = {};
+    if (::lstat(QFile::encodeName(path).constData(), &status) != 0)
+        qFatal("no such file");
+    return status;
+}
+
+int permissionsOf(const QString &path) {
+    return static_cast<int>(statusOf(path).st_mode & 07777);
+}
+
+} // namespace
+
+class TestWebUiFile : public QObject {
+    Q_OBJECT
+
+    QByteArray native(const QString &path) const { return QFile::encodeName(path); }
+
+private Q_SLOTS:
+    void init() {
+        m_root.emplace();
+        m_file = m_root->exchangeFile("kivo-status.json");
+        m_victim = m_root->path("victim");
+        TestRoot::write(m_victim, "precious");
+        QCOMPARE(::chmod(native(m_victim).constData(), 0600), 0);
+    }
+
+    void aFileIsWrittenWholeAndReplacesALongerOne() {
+        writeWebUiFile(m_file, "a long first content");
+        writeWebUiFile(m_file, "short");
+        QCOMPARE(TestRoot::read(m_file), QByteArray("short"));
+    }
+
+    void anObjectIsWrittenIndentedWithSortedKeys() {
+        writeWebUiJson(m_file, QJsonObject{{"b"_s, 1}, {"a"_s, true}});
+        QCOMPARE(TestRoot::read(m_file), QByteArray("{\n    \"a\": true,\n    \"b\": 1\n}\n"));
+    }
+
+    void itIsRewrittenInPlace() {
+        writeWebUiFile(m_file, "one");
+        const auto before = statusOf(m_file).st_ino;
+        writeWebUiFile(m_file, "two");
+        QCOMPARE(statusOf(m_file).st_ino, before);
+    }
+
+    void groupAndOthersGetTheirRightsWhateverTheUmask() {
+        const mode_t umaskBefore = ::umask(0077);
+        writeWebUiFile(m_file, "x");
+        ::umask(umaskBefore);
+        QCOMPARE(permissionsOf(m_file), 0664);
+    }
+
+    void aFileOfOtherRightsGetsThemBack() {
+        TestRoot::write(m_file, "x");
+        QCOMPARE(::chmod(native(m_file).constData(), 0400), 0);
+        writeWebUiFile(m_file, "y");
+        QCOMPARE(permissionsOf(m_file), 0664);
+        writeWebUiFile(m_file, "z");
+        QCOMPARE(TestRoot::read(m_file), QByteArray("z"));
+    }
+
+    void theFileBelongsToRootAndTheWebUisGroup() {
+        const struct group *webUi = ::getgrnam("www-data");
+        if (!webUi || ::geteuid() != 0)
+            QSKIP("needs root and the group www-data");
+        writeWebUiFile(m_file, "x");
+        QCOMPARE(statusOf(m_file).st_uid, uid_t(0));
+        QCOMPARE(statusOf(m_file).st_gid, webUi->gr_gid);
+    }
+
+    void anObstacleIsNeverFollowedAndNeverLasts_data() {
+        QTest::addColumn<int>("obstacle");
+        QTest::newRow("link to a file elsewhere") << int(Link);
+        QTest::newRow("link to nothing") << int(DanglingLink);
+        QTest::newRow("hard link to a file elsewhere") << int(HardLink);
+        QTest::newRow("FIFO") << int(Fifo);
+        QTest::newRow("folder") << int(Folder);
+    }
+    void anObstacleIsNeverFollowedAndNeverLasts() {
+        QFETCH(int, obstacle);
+        plant(obstacle);
+        writeWebUiFile(m_file, "state");
+
+        QCOMPARE(TestRoot::read(m_victim), QByteArray("precious"));
+        QCOMPARE(permissionsOf(m_victim), 0600);
+        QVERIFY(!QFile::exists(m_root->path("nothing")));
+
+        if (obstacle == Folder)
+            QVERIFY(QDir().rmdir(m_file));
+        else
+            QCOMPARE(::unlink(native(m_file).constData()), 0);
+        writeWebUiFile(m_file, "state");
+        QCOMPARE(TestRoot::read(m_file), QByteArray("state"));
+    }
+
+    void aMissingFolderIsNoError() {
+        writeWebUiFile(m_root->path("missing/kivo-status.json"), "x");
+        QVERIFY(!QFile::exists(m_root->path("missing")));
+    }
+
+private:
+    enum Obstacle { Link, DanglingLink, HardLink, Fifo, Folder };
+
+    void plant(int obstacle) const {
+        switch (obstacle) {
+        case Link:
+            QCOMPARE(::symlink(native(m_victim).constData(), native(m_file).constData()), 0);
+            break;
+        case DanglingLink:
+            QCOMPARE(::symlink(native(m_root->path("nothing")).constData(), native(m_file).constData()), 0);
+            break;
+        case HardLink:
+            QCOMPARE(::link(native(m_victim).constData(), native(m_file).constData()), 0);
+            break;
+        case Fifo:
+            QCOMPARE(::mkfifo(native(m_file).constData(), 0666), 0);
+            break;
+        default:
+            QVERIFY(QDir().mkdir(m_file));
+        }
+    }
+
+    std::optional<TestRoot> m_root;
+    QString m_file;
+    QString m_victim;
+};
+
+QTEST_APPLESS_MAIN(TestWebUiFile)
+#include "tst_WebUiFile.moc"
