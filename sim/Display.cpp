@@ -29,7 +29,9 @@ QString meterBar(double dbfs, int width) {
     return QString(filled, QLatin1Char('#')) + QString(width - filled, QLatin1Char('.'));
 }
 
-Display::Display(std::int64_t zeroNs) : m_zeroNs(zeroNs), m_isTerminal(isatty(STDOUT_FILENO) == 1) {}
+bool Display::isTerminal() {
+    return isatty(STDOUT_FILENO) == 1;
+}
 
 void Display::showEvent(const QString &who, const QString &what) {
     print(QStringLiteral("%1  %2  %3\n").arg(stamp(), who.leftJustified(7), what));
@@ -40,7 +42,7 @@ void Display::showMeters(const std::vector<Meter> &meters) {
     for (const Meter &meter : meters) {
         line += (line.isEmpty() ? QString() : QStringLiteral("   ")) + meterText(meter);
     }
-    if (m_isTerminal) {
+    if (isTerminal()) {
         m_meterLine = line.isEmpty() ? line : QStringLiteral("%1  %2").arg(stamp(), line);
         print(QString());
     } else if (const std::int64_t now = monotonicNs();
@@ -56,7 +58,7 @@ void Display::showText(const QString &text) {
 
 void Display::print(const QString &text) {
     // UTF-8 whatever the locale. A write that fails (output closed) must not end the site: nothing to do about it here.
-    const QString eraseLine = m_isTerminal ? QStringLiteral("\r\x1b[K") : QString();
+    const QString eraseLine = isTerminal() ? QStringLiteral("\r\x1b[K") : QString();
     std::fputs((eraseLine + text + m_meterLine).toUtf8().constData(), stdout);
     std::fflush(stdout);
 }

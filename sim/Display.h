@@ -20,7 +20,9 @@ public:
     };
 
     /// @param zeroNs  CLOCK_MONOTONIC from which the time stamps count
-    explicit Display(std::int64_t zeroNs);
+    explicit Display(std::int64_t zeroNs) : m_zeroNs(zeroNs) {}
+
+    static bool isTerminal(); ///< somebody sits there, rather than a file or another program
 
     /// @param who  the part of the site that did it
     void showEvent(const QString &who, const QString &what);
@@ -35,7 +37,6 @@ private:
 
     std::int64_t m_zeroNs;
     std::int64_t m_lastMeterLineNs = 0;
-    bool m_isTerminal;
     QString m_meterLine; ///< now standing at the bottom of the terminal
 };
 

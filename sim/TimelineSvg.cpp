@@ -27,7 +27,7 @@ const std::array stateColours{QLatin1String("#2e8b57"), QLatin1String("#d9822b")
 const auto styleSheet =
     QLatin1String("text{font-family:'Helvetica Neue',Arial,'DejaVu Sans',sans-serif;font-size:13px;fill:#333f4a}"
                   ".heading{font-size:19px;font-weight:bold}.small{font-size:11px;fill:#66727d}"
-                  ".frame{fill:#f7f9fb;stroke:#d5dce2}.grid{stroke:#d5dce2}");
+                  ".frame{fill:none;stroke:#d5dce2}.grid{stroke:#d5dce2}");
 
 using Attributes = std::initializer_list<std::pair<const char *, QString>>;
 
@@ -53,7 +53,7 @@ private:
     void drawTrace(const Timeline::Trace &trace, std::size_t index);
     void drawStateLane(const Timeline::Lane &lane);
     void drawSpan(const Timeline::Span &span, const QString &colour);
-    void drawTimeAxis();
+    void drawTimeAxis(double bottom);
     double xAt(double seconds) const;
     double yAt(double dbfs) const;
     static double heightOf(const Timeline::Lane &lane) { return lane.traces.empty() ? stateHeight : soundHeight; }
@@ -102,21 +102,20 @@ double Painter::yAt(double dbfs) const {
 }
 
 void Painter::draw(const QString &heading) {
-    double height = headingHeight + axisHeight;
+    double bottom = headingHeight;
     for (const Timeline::Lane &lane : m_timeline.lanes()) {
-        height += heightOf(lane) + laneGap;
+        bottom += heightOf(lane) + laneGap;
     }
     m_xml.setAutoFormatting(true);
     m_xml.writeStartElement(QStringLiteral("svg"));
     m_xml.writeDefaultNamespace(QStringLiteral("http://www.w3.org/2000/svg"));
-    m_xml.writeAttribute(QStringLiteral("viewBox"),
-                         QStringLiteral("0 0 %1 %2").arg(number(pictureWidth), number(height)));
+    attributes({{"viewBox", QStringLiteral("0 0 %1 %2").arg(number(pictureWidth), number(bottom + axisHeight))}});
     m_xml.writeTextElement(QStringLiteral("style"), styleSheet);
     element("rect",
             {{"width", QStringLiteral("100%")}, {"height", QStringLiteral("100%")}, {"fill", QStringLiteral("#fff")}});
     drawHeading(heading);
+    drawTimeAxis(bottom - laneGap);
     drawLanes();
-    drawTimeAxis();
     m_xml.writeEndElement();
 }
 
@@ -216,10 +215,9 @@ double tickStep(double seconds) {
     return 60.0;
 }
 
-void Painter::drawTimeAxis() {
+void Painter::drawTimeAxis(double bottom) {
     const Timeline::Span view = m_timeline.view();
     const double step = tickStep(view.to - view.from);
-    const double bottom = m_top - laneGap;
     for (double seconds = std::ceil(view.from / step) * step; seconds <= view.to; seconds += step) {
         line(xAt(seconds), headingHeight, xAt(seconds), bottom + 6);
         text(xAt(seconds), bottom + 21, QString::number(seconds, 'f', 0),

@@ -1,0 +1,26 @@
+#include "sim/Handset.h"
+
+#include "sim/MonotonicClock.h"
+#include "sim/Voices.h"
+
+namespace sim {
+
+std::int64_t Handset::say(const Pcm &pcm) {
+    const std::int64_t startNs = monotonicNs() + std::int64_t(pauseBeforeSeconds * 1e9);
+    m_said.start(pcm, startNs);
+    m_member.speak(withPauses(pcm));
+    return startNs;
+}
+
+double Handset::saidDbfs() const {
+    return m_said.dbfsAt(monotonicNs());
+}
+
+double Handset::heardDbfs() const {
+    constexpr std::int64_t freshNs = 100'000'000;
+    const auto &frames = m_member.heard();
+    const bool isFresh = !frames.empty() && monotonicNs() - frames.back().timeNs < freshNs;
+    return isFresh ? rmsDbfs(frames.back().samples) : silenceDbfs;
+}
+
+} // namespace sim

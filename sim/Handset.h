@@ -1,0 +1,29 @@
+#pragma once
+
+#include "sim/RoomMember.h"
+#include "sim/RunningLevel.h"
+
+#include <cstdint>
+
+namespace sim {
+
+/// What the member of the room holds in its hand: a key to talk, and the levels on both sides.
+class Handset {
+public:
+    /// The member must outlive its handset.
+    explicit Handset(RoomMember &member) : m_member(member) {}
+
+    /// Presses the key, says it a moment later, and lets go. Not while the member is speaking. 48 kHz. Returns when the
+    /// sound begins, in CLOCK_MONOTONIC ns.
+    std::int64_t say(const Pcm &pcm);
+    RoomMember &member() { return m_member; }
+
+    double saidDbfs() const;  ///< at this moment
+    double heardDbfs() const; ///< at this moment
+
+private:
+    RoomMember &m_member;
+    RunningLevel m_said;
+};
+
+} // namespace sim
