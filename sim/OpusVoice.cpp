@@ -33,10 +33,6 @@ QByteArray VoiceEncoder::encode(std::span<const std::int16_t> frame) {
     return packet;
 }
 
-void VoiceEncoder::reset() {
-    opus_encoder_ctl(m_encoder.get(), OPUS_RESET_STATE);
-}
-
 VoiceDecoder::VoiceDecoder() : m_decoder(opus_decoder_create(voiceRateHz, 1, nullptr)) {}
 
 void VoiceDecoder::Destroy::operator()(OpusDecoder *decoder) const {

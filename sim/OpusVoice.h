@@ -23,8 +23,6 @@ public:
 
     /// @param frame  voiceFrameSamples samples
     QByteArray encode(std::span<const std::int16_t> frame);
-    /// Forgets what was spoken.
-    void reset();
 
 private:
     struct Destroy {

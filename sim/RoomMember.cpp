@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <utility>
 
 namespace sim {
 
@@ -18,7 +17,6 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr std::chrono::milliseconds handshakePatience = 500ms;
-constexpr qint64 voiceFrameNs = voiceFrameMs * 1'000'000LL;
 
 /// 0 at -50 dBFS and below, 100 at full scale.
 int meterLevel(const std::vector<qint16> &samples) {
@@ -248,26 +246,18 @@ void RoomMember::sendFrame(const QByteArray &opusPacket) {
 
 void RoomMember::speak(const Pcm &pcm) {
     m_speechTimer.stop();
-    m_speech = atRate(pcm, voiceRateHz);
-    m_speech.samples.resize(std::size_t(speechFrames()) * voiceFrameSamples);
-    m_nextFrame = 0;
-    m_encoder.reset();
-    m_speaking = true;
+    m_speech.emplace(pcm);
     startTalking();
 }
 
 bool RoomMember::isSpeaking() const {
-    return m_speaking;
+    return m_speech.has_value();
 }
 
-int RoomMember::speechFrames() const {
-    return int((m_speech.samples.size() + voiceFrameSamples - 1) / voiceFrameSamples);
-}
-
-/// The server lets audio through only once it has taken TX_START, so the first frame waits for its answer.
+/// The server lets audio through only once it has taken TX_START, so the speech begins with its answer.
 void RoomMember::takeTalkOk(const QStringList &) {
-    if (m_speaking && !m_speechTimer.isActive()) {
-        m_speechStartNs = monotonicNs();
+    if (m_speech && !m_speech->hasBegun()) {
+        m_speech->begin(monotonicNs());
         speakDueFrames();
     }
 }
@@ -276,30 +266,23 @@ void RoomMember::takeTalkRefusal(const QStringList &) {
     finishSpeaking();
 }
 
-/// Frame n is due n frame lengths after the start, however late this runs; the end comes when the last one has been
-/// said.
 void RoomMember::speakDueFrames() {
-    const int dueFrames = int((monotonicNs() - m_speechStartNs) / voiceFrameNs) + 1;
-    while (m_nextFrame < std::min(dueFrames, speechFrames())) {
-        speakFrame(m_nextFrame++);
+    while (const std::optional<QByteArray> packet = m_speech->takeDue(monotonicNs())) {
+        sendFrame(*packet);
     }
-    if (dueFrames > speechFrames()) {
+    const qint64 nowNs = monotonicNs();
+    if (m_speech->isOver(nowNs)) {
         stopTalking();
         return;
     }
-    const qint64 nextNs = m_speechStartNs + m_nextFrame * voiceFrameNs;
-    const std::chrono::nanoseconds wait(std::max<qint64>(0, nextNs - monotonicNs()));
+    const std::chrono::nanoseconds wait(std::max<qint64>(0, m_speech->nextNs() - nowNs));
     m_speechTimer.start(std::chrono::ceil<std::chrono::milliseconds>(wait));
-}
-
-void RoomMember::speakFrame(int index) {
-    const std::span<const qint16> samples(m_speech.samples);
-    sendFrame(m_encoder.encode(samples.subspan(std::size_t(index) * voiceFrameSamples, voiceFrameSamples)));
 }
 
 void RoomMember::finishSpeaking() {
     m_speechTimer.stop();
-    if (std::exchange(m_speaking, false)) {
+    if (m_speech) {
+        m_speech.reset();
         Q_EMIT finishedSpeaking();
     }
 }

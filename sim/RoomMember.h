@@ -2,6 +2,7 @@
 
 #include "sim/OpusVoice.h"
 #include "sim/Pcm.h"
+#include "sim/Speech.h"
 
 #include <QByteArray>
 #include <QHostAddress>
@@ -13,6 +14,7 @@
 #include <QUdpSocket>
 
 #include <map>
+#include <optional>
 #include <vector>
 
 namespace sim {
@@ -95,8 +97,6 @@ private:
     void announceReady();
 
     void speakDueFrames();
-    void speakFrame(int index);
-    int speechFrames() const;
     void finishSpeaking();
 
     enum class Media { Off, AwaitingPong, AwaitingConfirmation, Ready };
@@ -117,11 +117,7 @@ private:
     bool m_readyAnnounced = false;
     QStringList m_members, m_talkers;
 
-    bool m_speaking = false;
-    Pcm m_speech;
-    int m_nextFrame = 0;
-    qint64 m_speechStartNs = 0;
-    VoiceEncoder m_encoder;
+    std::optional<Speech> m_speech;
 
     std::map<quint32, VoiceDecoder> m_decoders; ///< by talker
     std::vector<Heard> m_heard;
