@@ -3,8 +3,8 @@
 namespace {
 
 struct Position {
-    std::size_t number = 0; ///< 1 and up; 0 where no position stands
-    int length = 0;         ///< characters it takes, the percent sign included
+    int number = 0; ///< 1 and up; 0 where no position stands
+    int length = 0; ///< characters it takes, the percent sign included
 };
 
 bool isDigit(QChar c) {
@@ -21,19 +21,19 @@ Position positionAt(QStringView pattern, qsizetype i) {
         const QChar digit = pattern[i + position.length];
         if (!isDigit(digit))
             break;
-        position.number = position.number * 10 + static_cast<std::size_t>(digit.digitValue());
+        position.number = position.number * 10 + digit.digitValue();
     }
     return position;
 }
 
 } // namespace
 
-QString commandLine(QStringView pattern, std::initializer_list<QString> arguments) {
+QString commandLine(QStringView pattern, const QStringList &arguments) {
     QString line;
     for (qsizetype i = 0; i < pattern.size();) {
         const Position position = positionAt(pattern, i);
         if (position.number >= 1 && position.number <= arguments.size()) {
-            line += arguments.begin()[position.number - 1];
+            line += arguments[position.number - 1];
             i += position.length;
         } else {
             line += pattern[i];

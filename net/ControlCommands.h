@@ -1,9 +1,8 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <QStringView>
-
-#include <initializer_list>
 
 /// Wire forms of the commands of the control link. %N stands for the Nth argument; a quote inside an argument is sent
 /// as it stands, an argument outside quotes must not hold blanks.
@@ -44,4 +43,4 @@ struct ControlCommand {
 
 /// The command line with every %N (one or two digits) replaced by the Nth argument, in one pass: an argument that
 /// itself holds a "%5" goes out as it is. A position without an argument stays as it stands.
-QString commandLine(QStringView pattern, std::initializer_list<QString> arguments = {});
+QString commandLine(QStringView pattern, const QStringList &arguments = {});
