@@ -7,8 +7,10 @@ int levelOf(std::span<const qint16> frame) {
     if (frame.empty())
         return 0;
     qint64 sum = 0;
-    for (const qint16 sample : frame)
-        sum += sample * sample;
+    for (const qint16 sample : frame) {
+        const int square = sample * sample;
+        sum += square;
+    }
     const double rms = std::sqrt(static_cast<double>(sum) / static_cast<double>(frame.size()));
     if (rms < 1.0)
         return 0;

@@ -133,10 +133,12 @@ std::optional<Resampler::Conversion> Resampler::conversionOf(qint64 inputSamples
 }
 
 void Resampler::convert(std::span<const qint16> in, int fromRate, int toRate, std::vector<qint16> &out) {
-    if (const auto conversion = conversionOf(static_cast<qint64>(in.size()), fromRate, toRate))
-        run(*conversion, in, out);
-    else
+    const auto conversion = conversionOf(static_cast<qint64>(in.size()), fromRate, toRate);
+    if (!conversion) {
         out.assign(in.begin(), in.end());
+        return;
+    }
+    run(*conversion, in, out);
 }
 
 QByteArray Resampler::convert(const QByteArray &samples, int fromRate, int toRate) {
@@ -152,7 +154,7 @@ QByteArray Resampler::convert(const QByteArray &samples, int fromRate, int toRat
 
 void Resampler::run(const Conversion &conversion, std::span<const qint16> in, std::vector<qint16> &out) {
     // The longest codec frame, 120 ms, at the highest rate a sound card has. What is longer is no stream.
-    constexpr qint64 longestFrame = 120 * 192;
+    constexpr qint64 longestFrame = 120LL * 192;
     out.resize(conversion.outputSamples);
     if (std::max(conversion.inputSamples, conversion.outputSamples) <= longestFrame) {
         runFrame(conversion, in, out);

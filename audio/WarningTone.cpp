@@ -26,7 +26,7 @@ constexpr float lowestToneSample = -32767.0F;
 constexpr int wavBoost = 4;
 // Bounds what a wrong file, or one whose header claims an absurd rate, can cost in memory and time: a minute and a half
 // of 48000 Hz stereo, for a tone that is meant to last a second.
-constexpr qint64 maxToneBytes = 16 * 1024 * 1024;
+constexpr qint64 maxToneBytes = 16LL * 1024 * 1024;
 constexpr const char *tooLarge = "[TOT] File WAV terlalu besar:";
 
 struct WavFormat {
@@ -155,6 +155,14 @@ void boost(Samples &samples) {
         sample = toSample(static_cast<float>(sample) * wavBoost, lowestToneSample);
 }
 
+double beepEnvelope(int i, int length, int ramp) {
+    if (i < ramp)
+        return static_cast<double>(i) / ramp;
+    if (i >= length - ramp)
+        return static_cast<double>(length - i) / ramp;
+    return 1.0;
+}
+
 /// One beep of the synthetic tone, mono.
 Samples beep(int rateHz) {
     constexpr double angularFrequency = 5529.203; // 2 pi * 880 Hz
@@ -163,12 +171,8 @@ Samples beep(int rateHz) {
     const int ramp = rateHz / 100;
     Samples samples(length);
     for (int i = 0; i < length; ++i) {
-        double envelope = 1.0;
-        if (i < ramp)
-            envelope = static_cast<double>(i) / ramp;
-        else if (i >= length - ramp)
-            envelope = static_cast<double>(length - i) / ramp;
-        const double value = std::sin(i * angularFrequency / rateHz) * envelope * volume * 32767.0;
+        const double phase = i * angularFrequency / rateHz;
+        const double value = std::sin(phase) * beepEnvelope(i, length, ramp) * volume * 32767.0;
         samples[i] = toSample<double>(value, lowestToneSample);
     }
     return samples;
@@ -200,10 +204,11 @@ QByteArray syntheticWarningTone(int deviceRateHz, int channels) {
     const int beepFrames = deviceRateHz * 150 / 1000;
     if (beepFrames < 1 || channels < 1)
         return {};
-    const Samples sound = fitChannels(beep(deviceRateHz), 1, channels);
-    const QByteArray gap(deviceRateHz / 10 * channels * qint64{sizeof(qint16)}, '\0');
-    QByteArray tone = toBytes(sound);
-    for (int i = 1; i < beeps; ++i)
-        tone += gap + toBytes(sound);
-    return tone;
+    const Samples sound = beep(deviceRateHz);
+    Samples tone = sound;
+    for (int i = 1; i < beeps; ++i) {
+        tone.insert(tone.end(), deviceRateHz / 10, 0);
+        tone.insert(tone.end(), sound.begin(), sound.end());
+    }
+    return toBytes(fitChannels(std::move(tone), 1, channels));
 }

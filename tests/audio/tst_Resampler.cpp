@@ -86,12 +86,32 @@ QByteArray bytesOf(const Samples &samples) {
     return {reinterpret_cast<const char *>(samples.data()), static_cast<int>(samples.size() * 2)};
 }
 
+// The same on every platform, unlike the standard distributions.
+Samples unevenSamples(std::size_t size) {
+    Samples samples(size);
+    quint32 state = 1;
+    for (qint16 &sample : samples) {
+        state = state * 1664525U + 1013904223U;
+        sample = static_cast<qint16>(state >> 16U);
+    }
+    return samples;
+}
+
+// FNV-1a, low byte first.
+void mix(quint32 &hash, const Samples &samples) {
+    for (const qint16 sample : samples) {
+        hash = (hash ^ (static_cast<quint16>(sample) & 0xFFU)) * 16777619U;
+        hash = (hash ^ (static_cast<quint16>(sample) >> 8U)) * 16777619U;
+    }
+}
+
 void addRatePairs() {
     QTest::addColumn<int>("fromRate");
     QTest::addColumn<int>("toRate");
-    for (const int from : rates)
+    for (const int from : rates) {
         for (const int to : rates)
             QTest::addRow("%d to %d", from, to) << from << to;
+    }
 }
 
 } // namespace
@@ -147,10 +167,10 @@ void TestResampler::givesTheFormulasSamplesForLongInput() {
 
 void TestResampler::givesTheSameWhateverCameBefore() {
     Resampler resampler;
-    for (int round = 0; round < 2; ++round)
-        for (const int size : {960, 480, 160, 961})
-            for (const int toRate : {44100, 8000, 47999, 96000})
-                QCOMPARE(converted(resampler, noise(size), 48000, toRate), directly(noise(size), 48000, toRate));
+    for (const int size : {960, 480, 160, 961, 960, 480}) {
+        for (const int toRate : {44100, 8000, 47999, 96000})
+            QCOMPARE(converted(resampler, noise(size), 48000, toRate), directly(noise(size), 48000, toRate));
+    }
 }
 
 void TestResampler::bytesAndSamplesAgree() {
@@ -168,7 +188,7 @@ void TestResampler::keepsASineWhatItWas_data() {
     QTest::addColumn<int>("toRate");
     QTest::addColumn<double>("share");
     QTest::addColumn<double>("leastDb");
-    for (const int from : rates)
+    for (const int from : rates) {
         for (const int to : rates) {
             if (from == to)
                 continue;
@@ -176,6 +196,7 @@ void TestResampler::keepsASineWhatItWas_data() {
             QTest::addRow("%d to %d, middle", from, to) << from << to << 0.1 << 40.0;
             QTest::addRow("%d to %d, high", from, to) << from << to << 0.25 << 30.0;
         }
+    }
 }
 
 void TestResampler::keepsASineWhatItWas() {
@@ -277,22 +298,12 @@ void TestResampler::givesTheSameSamplesOnEveryProcessor() {
         QSKIP("the C library's sine differs in the last bit on processors without FMA");
 #endif
     quint32 hash = 2166136261U;
-    const auto mix = [&hash](quint8 byte) { hash = (hash ^ byte) * 16777619U; };
     for (const int from : rates) {
-        Samples uneven(from / 50);
-        quint32 state = 1;
-        for (qint16 &sample : uneven) {
-            state = state * 1664525U + 1013904223U;
-            sample = static_cast<qint16>(state >> 16U);
-        }
         for (const int to : rates) {
             if (from == to)
                 continue;
-            for (const Samples &in : {Samples(from / 50, 1000), uneven})
-                for (const qint16 sample : converted(in, from, to)) {
-                    mix(static_cast<quint8>(sample & 0xFF));
-                    mix(static_cast<quint8>((sample >> 8) & 0xFF));
-                }
+            mix(hash, converted(Samples(from / 50, 1000), from, to));
+            mix(hash, converted(unevenSamples(from / 50), from, to));
         }
     }
     QCOMPARE(hash, 0xC1265CC3U);

@@ -33,17 +33,21 @@ Corner cornerOf(Band band) {
 // The cookbook's analogue prototypes, reached through the bilinear transform: no coefficient in sight.
 double expectedDb(Band band, double gainDb, double frequencyHz, int rateHz) {
     const double a = std::pow(10.0, gainDb / 40.0);
-    const auto [cornerHz, q] = cornerOf(band);
+    const double cornerHz = cornerOf(band).frequencyHz;
+    const double q = cornerOf(band).q;
     const Complex s(0.0, std::tan(pi * frequencyHz / rateHz) / std::tan(pi * cornerHz / rateHz));
     const Complex slope = std::sqrt(a) / q * s;
-    Complex response;
-    if (band == Band::Low)
-        response = a * (s * s + slope + a) / (a * s * s + slope + 1.0);
-    else if (band == Band::Middle)
-        response = (s * s + s * a / q + 1.0) / (s * s + s / (a * q) + 1.0);
-    else
-        response = a * (a * s * s + slope + 1.0) / (s * s + slope + a);
-    return 20.0 * std::log10(std::abs(response));
+    const auto response = [&]() -> Complex {
+        switch (band) {
+        case Band::Low:
+            return a * (s * s + slope + a) / (a * s * s + slope + 1.0);
+        case Band::Middle:
+            return (s * s + s * a / q + 1.0) / (s * s + s / (a * q) + 1.0);
+        default:
+            return a * (a * s * s + slope + 1.0) / (s * s + slope + a);
+        }
+    };
+    return 20.0 * std::log10(std::abs(response()));
 }
 
 Biquad designed(Band band, float gainDb, int rateHz) {
@@ -126,7 +130,7 @@ public:
 
 private:
     struct Section {
-        float c[5];
+        float c[5] = {};
         float x[2] = {0, 0};
         float y[2] = {0, 0};
     };
@@ -196,10 +200,12 @@ void TestToneControl::filtersFollowTheCookbook_data() {
     QTest::addColumn<float>("gainDb");
     QTest::addColumn<int>("rateHz");
     const char *names[] = {"low shelf", "peak", "high shelf"};
-    for (const int band : {0, 1, 2})
-        for (const float gainDb : {-12.0F, -7.5F, -3.0F, 0.0F, 0.5F, 3.0F, 6.0F, 12.0F})
+    for (const int band : {0, 1, 2}) {
+        for (const float gainDb : {-12.0F, -7.5F, -3.0F, 0.0F, 0.5F, 3.0F, 6.0F, 12.0F}) {
             for (const int rateHz : {8000, 16000, 44100, 48000})
                 QTest::addRow("%s %g dB at %d Hz", names[band], double(gainDb), rateHz) << band << gainDb << rateHz;
+        }
+    }
 }
 
 void TestToneControl::filtersFollowTheCookbook() {
