@@ -6,6 +6,8 @@
 #include <QTcpSocket>
 #include <QtTest>
 
+#include <chrono>
+
 /// A voice server that says only what a test tells it to, and keeps what it hears.
 class FakeServer : public QTcpServer {
 public:
@@ -14,7 +16,6 @@ public:
         connect(this, &QTcpServer::newConnection, this, &FakeServer::accept);
     }
 
-    int connections() const { return m_connections; }
     bool hasClient() const { return m_client != nullptr; }
 
     void say(const QByteArray &line) {
@@ -35,8 +36,8 @@ public:
         return lines;
     }
 
-    bool hears(const QByteArray &command) {
-        return QTest::qWaitFor([&] { return m_lines.contains(command + "\r\n"); });
+    bool hears(const QByteArray &command, std::chrono::milliseconds patience = std::chrono::seconds(5)) {
+        return QTest::qWaitFor([&] { return hasHeard(command); }, static_cast<int>(patience.count()));
     }
 
     bool hasHeard(const QByteArray &command) const { return m_lines.contains(command + "\r\n"); }
@@ -45,7 +46,6 @@ public:
 
 private:
     void accept() {
-        ++m_connections;
         m_client = nextPendingConnection();
         connect(m_client, &QTcpSocket::readyRead, this, &FakeServer::read);
         connect(m_client, &QTcpSocket::disconnected, this, [this, client = m_client] {
@@ -61,5 +61,4 @@ private:
 
     QTcpSocket *m_client = nullptr;
     QList<QByteArray> m_lines;
-    int m_connections = 0;
 };
