@@ -1,0 +1,440 @@
+#include "../config/LogCapture.h"
+#include "TestGateway.h"
+#include "app/WebUiActions.h"
+
+namespace {
+
+using Lines = QList<QByteArray>;
+
+QJsonObject parse(const QByteArray &json) {
+    const QJsonObject object = QJsonDocument::fromJson(json).object();
+    if (object.isEmpty())
+        qFatal("the test's own JSON is wrong");
+    return object;
+}
+
+/// What one command is to bring about. Left out is: nothing.
+struct Effect {
+    Lines wire = {};
+    QStringList log = {};
+    QByteArray board = {};
+    /// Settings that change in memory.
+    QJsonObject settings = {};
+    /// Whether they reach the disk at once.
+    bool saved = false;
+};
+
+const QJsonObject startingSettings = {{"callsign"_s, "ab1cd"_s}, {"gateway_name"_s, "Gate"_s}, {"hwid"_s, "h1"_s}};
+
+/// Connected, logged in as administrator 42, in room "Hill", with an open board.
+struct BusyGateway : TestGateway {
+    BusyGateway() : TestGateway(startingSettings) {
+        openBoard();
+        connectLink();
+        logIn(42, true);
+        gateway.session.currentRoom = "Hill"_s;
+        gateway.config.save();
+        wire();
+    }
+
+    void run(const QByteArray &json) { runWebUiCommand(gateway, files, parse(json)); }
+
+    /// These lines and nothing after them: the next to arrive is a keep-alive.
+    bool boardIsToldOnly(const QByteArray &lines) {
+        radio.checkHealth();
+        return board.isTold(lines + "PING\n");
+    }
+};
+
+void insertAll(QJsonObject &into, const QJsonObject &from) {
+    for (auto it = from.begin(); it != from.end(); ++it)
+        into.insert(it.key(), it.value());
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(Effect)
+
+class TestWebUiActions : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void anActionDoesExactlyThis_data();
+    void anActionDoesExactlyThis();
+
+    void withoutItsPreconditionNothingHappens_data();
+    void withoutItsPreconditionNothingHappens();
+
+    void theTalkTimeTakesOnlyTheOfferedValues_data();
+    void theTalkTimeTakesOnlyTheOfferedValues();
+
+    void mutedSoundIsSwitchedAtTheEngine();
+    void aMutedSpeakerReleasesTheRadioAndUnmutingKeysItAgain();
+    void unmutingWhileNobodyTalksKeysNothing();
+    void withoutAnOpenBoardOnlyTheSpeakerIsMuted();
+    void theBoardIsConfiguredOnlyWhenItIsOpen();
+    void theEmergencyStopEndsATransmission();
+    void theEmergencyStopWorksWithoutAnyComponent();
+    void aTextThatLooksLikeAPositionGoesOutAsItIs();
+    void aLineEndInsideATextCannotStartACommand();
+    void noPasswordIsEverLogged();
+};
+
+void TestWebUiActions::anActionDoesExactlyThis_data() {
+    QTest::addColumn<QByteArray>("command");
+    QTest::addColumn<Effect>("effect");
+
+    const auto row = [](const char *name, const char *command, const Effect &effect) {
+        QTest::newRow(name) << QByteArray(command) << effect;
+    };
+    row("join", R"({"action": "join", "room": "Dale"})", {.wire = {"JOIN Dale\r\n"}});
+    row("join, no room", R"({"action": "join"})", {.wire = {"JOIN Lobby\r\n"}});
+    row("join, room of another type", R"({"action": "join", "room": 5})", {.wire = {"JOIN Lobby\r\n"}});
+    row("leave", R"({"action": "leave"})", {.wire = {"LEAVE\r\n"}});
+    row("mute_mic", R"({"action": "mute_mic"})", {});
+    row("unmute_mic", R"({"action": "unmute_mic"})", {});
+    row("mute_spk", R"({"action": "mute_spk"})",
+        {.log = {"info [TX] PTT dimatikan — speaker muted"_s}, .board = "PTT:0\n"});
+    row("unmute_spk", R"({"action": "unmute_spk"})", {});
+
+    row("set_mic_gain", R"({"action": "set_mic_gain", "value": 120})",
+        {.log = {"debug [Appliance] Mic gain set to 120"_s}, .settings = {{"mic_gain"_s, 120}}});
+    row("set_mic_gain, too much", R"({"action": "set_mic_gain", "value": 350})",
+        {.log = {"debug [Appliance] Mic gain set to 350"_s}, .settings = {{"mic_gain"_s, 200}}});
+    row("set_mic_gain, negative", R"({"action": "set_mic_gain", "value": -5})",
+        {.log = {"debug [Appliance] Mic gain set to -5"_s}, .settings = {{"mic_gain"_s, 0}}});
+    row("set_mic_gain, text", R"({"action": "set_mic_gain", "value": "90"})",
+        {.log = {"debug [Appliance] Mic gain set to 0"_s}, .settings = {{"mic_gain"_s, 0}}});
+    row("set_spk_gain", R"({"action": "set_spk_gain", "value": 201})",
+        {.log = {"debug [Appliance] Speaker gain set to 201"_s}, .settings = {{"speaker_gain"_s, 200}}});
+    row("set_agc on", R"({"action": "set_agc", "enabled": true})",
+        {.log = {"info [AGC] Enabled — normalisasi level downlink aktif"_s},
+         .settings = {{"agc_enabled"_s, true}},
+         .saved = true});
+    row("set_agc, nothing said", R"({"action": "set_agc"})",
+        {.log = {"info [AGC] Disabled"_s}, .settings = {{"agc_enabled"_s, false}}, .saved = true});
+    row("set_tot", R"({"action": "set_tot", "value": 180})",
+        {.log = {"info [TOT] Duration set to 180 seconds"_s}, .settings = {{"tot_duration"_s, 180}}, .saved = true});
+    row("set_ptt_config", R"({"action": "set_ptt_config", "cos_logic_high": false, "ptt_invert": true})",
+        {.log = {"info [Arduino] Config sent - COS_HIGH: false PTT_INVERT: true"_s,
+                 "info [Arduino] Config updated via Web UI - COS_HIGH: false PTT_INVERT: true"_s,
+                 "info [Arduino] Config updated — COS_HIGH: false PTT_INVERT: true"_s},
+         .board = "CONFIG:COS_HIGH:0\nCONFIG:PTT_INVERT:1\n",
+         .settings = {{"cos_logic_high"_s, false}, {"ptt_invert"_s, true}},
+         .saved = true});
+    row("set_ptt_config, nothing said", R"({"action": "set_ptt_config"})",
+        {.log = {"info [Arduino] Config sent - COS_HIGH: true PTT_INVERT: false"_s,
+                 "info [Arduino] Config updated via Web UI - COS_HIGH: true PTT_INVERT: false"_s,
+                 "info [Arduino] Config updated — COS_HIGH: true PTT_INVERT: false"_s},
+         .board = "CONFIG:COS_HIGH:1\nCONFIG:PTT_INVERT:0\n",
+         .settings = {{"cos_logic_high"_s, true}, {"ptt_invert"_s, false}},
+         .saved = true});
+    row("set_tx_tone, applied within bounds", R"({"action": "set_tx_tone", "bass": 3.5, "mid": -20, "treble": "x"})",
+        {.log = {"info [Audio] TX Tone Bass: 3.5 Mid: -12 Treble: 0"_s},
+         .settings = {{"tx_bass"_s, 3.5}, {"tx_mid"_s, -20.0}, {"tx_treble"_s, 0.0}},
+         .saved = true});
+    row("set_rx_tone", R"({"action": "set_rx_tone", "bass": 1, "mid": 2, "treble": 3})",
+        {.log = {"info [Audio] RX Tone Bass: 1 Mid: 2 Treble: 3"_s},
+         .settings = {{"rx_bass"_s, 1.0}, {"rx_mid"_s, 2.0}, {"rx_treble"_s, 3.0}},
+         .saved = true});
+
+    row("admin_approve", R"({"action": "admin_approve", "user_id": 7})", {.wire = {"ADMIN_APPROVE_USER 7\r\n"}});
+    row("admin_revoke", R"({"action": "admin_revoke", "user_id": 7})", {.wire = {"ADMIN_UNAPPROVE_USER 7\r\n"}});
+    row("admin_mute", R"({"action": "admin_mute", "user_id": 7})", {.wire = {"ADMIN_MUTE 7 1\r\n"}});
+    row("admin_unmute", R"({"action": "admin_unmute", "user_id": 7})", {.wire = {"ADMIN_MUTE 7 0\r\n"}});
+    row("admin_kick", R"({"action": "admin_kick", "user_id": 7})", {.wire = {"ADMIN_KICK 7\r\n"}});
+    row("admin_move", R"({"action": "admin_move", "user_id": 7, "room": "  Dale "})",
+        {.wire = {"ADMIN_MOVE 7 Dale\r\n"}, .log = {"info [Admin] Pindah \"user 7\" ke room: \"Dale\""_s}});
+    row("admin_move, blank room", R"({"action": "admin_move", "user_id": 7, "room": "   "})",
+        {.log = {"warning [Appliance] Admin MOVE: room kosong, diabaikan"_s}});
+    row("admin_ban", R"({"action": "admin_ban", "user_id": 7})",
+        {.wire = {"ADMIN_KICK 7\r\n"}, .log = {"info [Admin] BAN: \"user 7\""_s}});
+    row("admin_delete_user", R"({"action": "admin_delete_user", "user_id": 7})",
+        {.wire = {"ADMIN_DELETE_USER 7\r\n"}, .log = {"info [Admin] Hapus user: \"user 7\""_s}});
+    row("admin_reset_hwid", R"({"action": "admin_reset_hwid", "user_id": 7, "callsign": "XY2"})",
+        {.wire = {"ADMIN_RESET_HWID XY2\r\n"}, .log = {"info [Admin] Reset HWID: \"XY2\""_s}});
+    row("admin_reset_hwid, nobody", R"({"action": "admin_reset_hwid", "user_id": 7})", {});
+    row("admin_create_room", R"({"action": "admin_create_room", "name": "New Room", "max": 5})",
+        {.wire = {"ADMIN_CREATE_ROOM \"New Room\" 5\r\n"}, .log = {"info [Admin] Buat room: \"New Room\""_s}});
+    row("admin_create_room, nothing said", R"({"action": "admin_create_room"})",
+        {.wire = {"ADMIN_CREATE_ROOM \"\" 50\r\n"}, .log = {"info [Admin] Buat room: \"\""_s}});
+    row("admin_delete_room", R"({"action": "admin_delete_room", "name": "Old"})",
+        {.wire = {"ADMIN_DELETE_ROOM \"Old\"\r\n"}, .log = {"info [Admin] Hapus room: \"Old\""_s}});
+    row("admin_edit_room", R"({"action": "admin_edit_room", "old": "A", "new": "B", "max": 9})",
+        {.wire = {"ADMIN_EDIT_ROOM \"A\" \"B\" 9 \"\"\r\n"}, .log = {"info [Admin] Rename room: \"A\" → \"B\""_s}});
+    row("admin_edit_room, no limit", R"({"action": "admin_edit_room", "old": "A", "new": "B"})",
+        {.wire = {"ADMIN_EDIT_ROOM \"A\" \"B\" 50 \"\"\r\n"}, .log = {"info [Admin] Rename room: \"A\" → \"B\""_s}});
+    row("admin_set_room_order", R"({"action": "admin_set_room_order", "order": "3,1,2"})",
+        {.wire = {"ADMIN_SET_ROOM_ORDER 3,1,2\r\n"}, .log = {"debug [Admin] Room order updated"_s}});
+    row("admin_set_audio_quality", R"({"action": "admin_set_audio_quality", "preset": "high"})",
+        {.wire = {"ADMIN_SET_AUDIO_QUALITY high\r\n"}, .log = {"info [Admin] Audio quality: \"high\""_s}});
+    row("admin_set_audio_quality, no preset", R"({"action": "admin_set_audio_quality"})",
+        {.wire = {"ADMIN_SET_AUDIO_QUALITY standard\r\n"}, .log = {"info [Admin] Audio quality: \"standard\""_s}});
+    row("admin_update_user",
+        R"({"action": "admin_update_user", "user_id": 7, "name": "Ann", "responsible_callsign": "XY2",
+            "status": "expired", "gateway_name": "Hill Top", "frequency": "145.5", "location": "North", "email": "a@b",
+            "whatsapp": "628", "approved": 1, "is_admin": 1, "date": "2030-01-02"})",
+        {.wire =
+             {"ADMIN_UPDATE_USER 7 \"Ann\" \"XY2\" \"expired\" \"Hill Top\" \"145.5\" \"North\" \"a@b\" \"628\" 1 1 "
+              "\"2030-01-02\"\r\n"},
+         .log = {"info [Admin] Update user: \"user 7\""_s}});
+    row("admin_update_user, nothing said", R"({"action": "admin_update_user", "user_id": 7})",
+        {.wire = {"ADMIN_UPDATE_USER 7 \"\" \"\" \"active\" \"\" \"\" \"\" \"\" \"\" 0 0 \"\"\r\n"},
+         .log = {"info [Admin] Update user: \"user 7\""_s}});
+    row("admin_reset_password", R"({"action": "admin_reset_password", "user_id": 7, "password": "new one"})",
+        {.wire = {"ADMIN_RESET_PASSWORD 7 \"new one\"\r\n"}, .log = {"info [Admin] Reset password for uid: 7"_s}});
+    row("admin_reset_password, none", R"({"action": "admin_reset_password", "user_id": 7})", {});
+    row("user_update_profile",
+        R"({"action": "user_update_profile", "responsible_name": "Ann", "responsible_callsign": "XY2",
+            "frequency": "145.5", "location": "North", "email": "a@b", "whatsapp": "628", "gateway_name": "ignored"})",
+        {.wire = {"ADMIN_UPDATE_USER 42 \"Ann\" \"XY2\" \"active\" \"Gate\" \"145.5\" \"North\" \"a@b\" \"628\" 1 1 "
+                  "\"\"\r\n"},
+         .log = {"info [User] Profile updated — sent ADMIN_UPDATE_USER for self uid: 42"_s},
+         .settings = {{"responsible_name"_s, "Ann"_s},
+                      {"responsible_callsign"_s, "XY2"_s},
+                      {"frequency"_s, "145.5"_s},
+                      {"location"_s, "North"_s},
+                      {"email"_s, "a@b"_s},
+                      {"whatsapp"_s, "628"_s}},
+         .saved = true});
+    row("admin_refresh", R"({"action": "admin_refresh"})", {.wire = {"ADMIN_GET_ALL_USERS\r\n"}});
+    row("admin_pending", R"({"action": "admin_pending"})",
+        {.wire = {"ADMIN_PENDING\r\n"}, .log = {"debug [Admin] Get pending users"_s}});
+    row("tx_stop_emergency while silent", R"({"action": "tx_stop_emergency"})",
+        {.log = {"info [TX] Emergency TX_STOP — siap shutdown"_s}, .board = "PTT:0\n"});
+    row("clear_log", R"({"action": "clear_log"})", {.log = {"info [Admin] Log dibersihkan via Web UI"_s}});
+
+    row("unknown action", R"({"action": "reboot"})", {});
+    row("action in capitals", R"({"action": "JOIN", "room": "Dale"})", {});
+    row("action of another type", R"({"action": 1})", {});
+    row("no action", R"({"room": "Dale"})", {});
+}
+
+void TestWebUiActions::anActionDoesExactlyThis() {
+    QFETCH(QByteArray, command);
+    QFETCH(Effect, effect);
+    BusyGateway test;
+    QJsonObject inMemory = test.gateway.config.object();
+    QJsonObject onDisk = test.root.configOnDisk();
+
+    LogCapture log;
+    test.run(command);
+
+    QCOMPARE(log.take(), effect.log);
+    QCOMPARE(test.wire(), effect.wire);
+    QVERIFY(test.boardIsToldOnly(effect.board));
+    insertAll(inMemory, effect.settings);
+    QCOMPARE(test.gateway.config.object(), inMemory);
+    if (effect.saved)
+        insertAll(onDisk, effect.settings);
+    QCOMPARE(test.root.configOnDisk(), onDisk);
+}
+
+void TestWebUiActions::withoutItsPreconditionNothingHappens_data() {
+    QTest::addColumn<QString>("action");
+    QTest::addColumn<QString>("missing");
+
+    const struct {
+        const char *missing;
+        QStringList actions;
+    } table[] = {
+        {"connection",
+         {"join"_s, "leave"_s, "admin_mute"_s, "admin_unmute"_s, "admin_move"_s, "admin_create_room"_s,
+          "admin_delete_room"_s, "admin_edit_room"_s, "admin_set_room_order"_s, "admin_set_audio_quality"_s,
+          "admin_update_user"_s, "admin_reset_password"_s, "user_update_profile"_s, "admin_pending"_s}},
+        {"link",
+         {"join"_s, "leave"_s, "admin_approve"_s, "admin_revoke"_s, "admin_mute"_s, "admin_kick"_s, "admin_move"_s,
+          "admin_ban"_s, "admin_delete_user"_s, "admin_reset_hwid"_s, "admin_create_room"_s, "admin_update_user"_s,
+          "admin_reset_password"_s, "user_update_profile"_s, "admin_refresh"_s, "admin_pending"_s}},
+        {"user id",
+         {"admin_approve"_s, "admin_revoke"_s, "admin_mute"_s, "admin_unmute"_s, "admin_kick"_s, "admin_move"_s,
+          "admin_ban"_s, "admin_delete_user"_s, "admin_update_user"_s, "admin_reset_password"_s}},
+        {"positive user id",
+         {"admin_approve"_s, "admin_revoke"_s, "admin_mute"_s, "admin_unmute"_s, "admin_kick"_s, "admin_move"_s,
+          "admin_ban"_s, "admin_delete_user"_s, "admin_update_user"_s, "admin_reset_password"_s}},
+        {"login", {"user_update_profile"_s}},
+        {"engine",
+         {"mute_mic"_s, "unmute_mic"_s, "mute_spk"_s, "unmute_spk"_s, "set_mic_gain"_s, "set_spk_gain"_s, "set_agc"_s,
+          "set_tot"_s, "set_tx_tone"_s, "set_rx_tone"_s}},
+        {"board", {"set_ptt_config"_s}},
+    };
+    for (const auto &[missing, actions] : table) {
+        for (const QString &action : actions)
+            QTest::addRow("%s without %s", qPrintable(action), missing) << action << QString::fromLatin1(missing);
+    }
+}
+
+void TestWebUiActions::withoutItsPreconditionNothingHappens() {
+    QFETCH(QString, action);
+    QFETCH(QString, missing);
+    BusyGateway test;
+    QJsonObject command = parse(R"({"user_id": 7, "room": "Dale", "value": 60, "callsign": "XY2", "password": "p",
+        "name": "N", "old": "A", "new": "B", "order": "1", "enabled": true})");
+    command.insert("action"_s, action);
+    if (missing == "connection"_s)
+        test.gateway.session.connected = false;
+    else if (missing == "link"_s)
+        test.gateway.link = nullptr;
+    else if (missing == "user id"_s)
+        command.remove("user_id"_s);
+    else if (missing == "positive user id"_s)
+        command.insert("user_id"_s, -7);
+    else if (missing == "login"_s)
+        test.logIn(0, true);
+    else if (missing == "engine"_s)
+        test.gateway.engine = nullptr;
+    else if (missing == "board"_s)
+        test.gateway.radio = nullptr;
+    else
+        QFAIL("the test's own table is wrong");
+    const QJsonObject inMemory = test.gateway.config.object();
+    const QJsonObject onDisk = test.root.configOnDisk();
+
+    LogCapture log;
+    runWebUiCommand(test.gateway, test.files, command);
+
+    QCOMPARE(log.take(), QStringList());
+    QCOMPARE(test.wire(), Lines());
+    QVERIFY(test.boardIsToldOnly(""));
+    QCOMPARE(test.gateway.config.object(), inMemory);
+    QCOMPARE(test.root.configOnDisk(), onDisk);
+}
+
+void TestWebUiActions::theTalkTimeTakesOnlyTheOfferedValues_data() {
+    QTest::addColumn<int>("asked");
+    QTest::addColumn<int>("kept");
+    for (const int offered : {0, 60, 90, 120, 180})
+        QTest::addRow("%d", offered) << offered << offered;
+    for (const int refused : {-60, 1, 59, 61, 75, 150, 240})
+        QTest::addRow("%d", refused) << refused << 0;
+}
+
+void TestWebUiActions::theTalkTimeTakesOnlyTheOfferedValues() {
+    QFETCH(int, asked);
+    QFETCH(int, kept);
+    BusyGateway test;
+    LogCapture log;
+    runWebUiCommand(test.gateway, test.files, {{"action"_s, "set_tot"_s}, {"value"_s, asked}});
+    QCOMPARE(log.take(), QStringList("info [TOT] Duration set to %1 seconds"_s.arg(kept) +
+                                     (kept == 0 ? " (unlimited)"_s : QString())));
+    QCOMPARE(test.root.configOnDisk().value("tot_duration"_s), QJsonValue(kept));
+}
+
+void TestWebUiActions::mutedSoundIsSwitchedAtTheEngine() {
+    BusyGateway test;
+    test.run(R"({"action": "mute_mic"})");
+    QVERIFY(test.engine.isMicMuted());
+    test.run(R"({"action": "unmute_mic"})");
+    QVERIFY(!test.engine.isMicMuted());
+    test.run(R"({"action": "mute_spk"})");
+    QVERIFY(test.engine.isSpkMuted());
+    QVERIFY(test.gateway.session.speakerMuted);
+    test.run(R"({"action": "unmute_spk"})");
+    QVERIFY(!test.engine.isSpkMuted());
+    QVERIFY(!test.gateway.session.speakerMuted);
+}
+
+void TestWebUiActions::aMutedSpeakerReleasesTheRadioAndUnmutingKeysItAgain() {
+    BusyGateway test;
+    test.traffic.followTalker("AA1"_s);
+    QVERIFY(test.board.isTold("PTT:1\n"));
+    test.run(R"({"action": "mute_spk"})");
+    QVERIFY(!test.gateway.session.radioKeyed);
+    QVERIFY(test.board.isTold("PTT:0\n"));
+    test.traffic.followTalker("BB2"_s);
+
+    LogCapture log;
+    test.run(R"({"action": "unmute_spk"})");
+    QCOMPARE(log.take(), QStringList("info [TX] PTT diaktifkan kembali — speaker unmuted"_s));
+    QVERIFY(test.gateway.session.radioKeyed);
+    QVERIFY(test.board.isTold("PTT:1\n"));
+    test.traffic.followTalker(std::nullopt);
+    QCOMPARE(log.take(), QStringList("info [TX] \"BB2\" RX"_s));
+    QVERIFY(test.board.isTold("PTT:0\n"));
+}
+
+void TestWebUiActions::unmutingWhileNobodyTalksKeysNothing() {
+    BusyGateway test;
+    test.run(R"({"action": "mute_spk"})");
+    test.traffic.followTalker("AA1"_s);
+    test.traffic.forgetTalker();
+    LogCapture log;
+    test.run(R"({"action": "unmute_spk"})");
+    QCOMPARE(log.take(), QStringList());
+    QVERIFY(!test.gateway.session.radioKeyed);
+    QVERIFY(test.boardIsToldOnly("PTT:0\n"));
+}
+
+void TestWebUiActions::withoutAnOpenBoardOnlyTheSpeakerIsMuted() {
+    BusyGateway test;
+    test.radio.closePort();
+    test.gateway.session.remoteTalker = "AA1"_s;
+    LogCapture log;
+    test.run(R"({"action": "mute_spk"})");
+    QVERIFY(test.engine.isSpkMuted());
+    test.run(R"({"action": "unmute_spk"})");
+    QVERIFY(!test.engine.isSpkMuted());
+    QVERIFY(!test.gateway.session.radioKeyed);
+    QCOMPARE(log.take(), QStringList());
+}
+
+void TestWebUiActions::theBoardIsConfiguredOnlyWhenItIsOpen() {
+    BusyGateway test;
+    test.radio.closePort();
+    LogCapture log;
+    test.run(R"({"action": "set_ptt_config", "ptt_invert": true})");
+    QCOMPARE(log.take(), QStringList());
+    QCOMPARE(test.root.configOnDisk().value("ptt_invert"_s), QJsonValue(true));
+    QCOMPARE(test.root.configOnDisk().value("cos_logic_high"_s), QJsonValue(true));
+}
+
+void TestWebUiActions::theEmergencyStopEndsATransmission() {
+    BusyGateway test;
+    test.traffic.onCosChanged(true);
+    test.wire();
+    LogCapture log;
+    test.run(R"({"action": "tx_stop_emergency"})");
+    QCOMPARE(log.take(), (QStringList{"warning [Appliance] EMERGENCY TX_STOP before shutdown"_s,
+                                      "info [TX] Emergency TX_STOP — siap shutdown"_s}));
+    QCOMPARE(test.wire(), Lines{"TX_STOP \"Hill\"\r\n"});
+    QVERIFY(test.board.isTold("PTT:0\n"));
+    QVERIFY(!test.gateway.session.transmitting);
+    QCOMPARE(test.root.exchanged("kivo-status.json").object().value("transmitting"_s), QJsonValue(false));
+}
+
+void TestWebUiActions::theEmergencyStopWorksWithoutAnyComponent() {
+    const TestRoot root;
+    Gateway gateway(root.paths());
+    StateFiles files(gateway);
+    gateway.session.transmitting = true;
+    gateway.session.currentRoom = "Hill"_s;
+    LogCapture log;
+    runWebUiCommand(gateway, files, {{"action"_s, "tx_stop_emergency"_s}});
+    QVERIFY(log.take().contains("info [TX] Emergency TX_STOP — siap shutdown"_s));
+    QVERIFY(!gateway.session.transmitting);
+    QVERIFY(QFile::exists(root.exchangeFile("kivo-status.json")));
+}
+
+void TestWebUiActions::aTextThatLooksLikeAPositionGoesOutAsItIs() {
+    BusyGateway test;
+    test.run(R"({"action": "admin_update_user", "user_id": 7, "name": "%5 %12", "gateway_name": "G"})");
+    QCOMPARE(test.wire(),
+             Lines{"ADMIN_UPDATE_USER 7 \"%5 %12\" \"\" \"active\" \"G\" \"\" \"\" \"\" \"\" 0 0 \"\"\r\n"});
+}
+
+void TestWebUiActions::aLineEndInsideATextCannotStartACommand() {
+    BusyGateway test;
+    test.run("{\"action\": \"admin_delete_room\", \"name\": \"A\\r\\nADMIN_KICK 1\\u0000\"}");
+    QCOMPARE(test.wire(), Lines{"ADMIN_DELETE_ROOM \"A  ADMIN_KICK 1 \"\r\n"});
+}
+
+void TestWebUiActions::noPasswordIsEverLogged() {
+    BusyGateway test;
+    LogCapture log;
+    test.run(R"({"action": "admin_reset_password", "user_id": 7, "password": "hush-hush"})");
+    QCOMPARE(test.wire().size(), 1);
+    QVERIFY(!log.take().join(QLatin1Char('\n')).contains("hush"_s));
+}
+
+QTEST_GUILESS_MAIN(TestWebUiActions)
+#include "tst_WebUiActions.moc"
