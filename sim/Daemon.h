@@ -1,12 +1,14 @@
 #pragma once
 
+#include <QByteArray>
+#include <QList>
 #include <QObject>
-#include <QProcess>
+#include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 
 #include <cstdint>
-#include <functional>
+#include <memory>
 
 namespace sim {
 
@@ -17,7 +19,8 @@ struct LogLine {
     QString text;
 };
 
-/// The real binary as a child process, its log taken down line by line.
+/// The real binary as a child process, its log taken down line by line. It runs in a process group of its own, without
+/// LANG, and never outlives the site.
 class Daemon : public QObject {
     Q_OBJECT
 
@@ -26,19 +29,37 @@ public:
     explicit Daemon(const QStringList &program, QObject *parent = nullptr);
     ~Daemon() override; ///< kills it
 
-    void setEnvironment(const QString &name, const QString &value);
-    void start();
-    void kill(); ///< SIGKILL, and waits
-    bool isRunning() const;
-    qint64 processId() const;
+    /// What the build made; or what KIVO_APPLIANCE_PROGRAM says, words parted by blanks.
+    static QStringList defaultProgram();
 
-    const QList<LogLine> &log() const;
+    void setEnvironment(const QString &name, const QString &value);
+    /// Starts it, again after it has ended. False when there is no such program.
+    bool start();
+    void kill(); ///< SIGKILL to its process group, and waits
+    bool isRunning() const;
+    qint64 processId() const; ///< 0 when it does not run
+
+    /// Everything it ever said, over restarts too, since forgetLog().
+    const QList<LogLine> &log() const { return m_log; }
     /// Texts of the log that contain the words.
     QStringList logged(const QString &words) const;
+    void forgetLog() { m_log.clear(); }
 
 Q_SIGNALS:
     void logLine(sim::LogLine line);
     void ended();
+
+private:
+    class Process;
+
+    void readLog();
+    void takeDown(const QByteArray &line);
+
+    QStringList m_program;
+    QProcessEnvironment m_environment;
+    std::unique_ptr<Process> m_process;
+    QByteArray m_unread; ///< not yet a whole line
+    QList<LogLine> m_log;
 };
 
 } // namespace sim
