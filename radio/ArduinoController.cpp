@@ -9,7 +9,7 @@
 namespace {
 
 /// How long a closing port is given for its last bytes while the device takes none.
-constexpr int lastBytesMs = 100;
+constexpr int lastBytesMs = 250;
 
 void setUpLine(QSerialPort &port, qint32 baudRate) {
     // Refused values show when the port is opened.

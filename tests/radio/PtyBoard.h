@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 /// The other end of a serial line: stands for the board, on a pty.
@@ -36,6 +37,12 @@ public:
         for (ssize_t count = 0; (count = ::read(m_fd, chunk, sizeof chunk)) > 0;)
             m_heard.append(chunk, static_cast<int>(count));
         return m_heard;
+    }
+
+    /// Waits for bytes without a turn of the event loop; false when none come within 5 s.
+    bool hasBytes() const {
+        pollfd line = {m_fd, POLLIN, 0};
+        return ::poll(&line, 1, 5000) == 1 && (line.revents & POLLIN);
     }
 
     /// Is pulled out.

@@ -1,4 +1,5 @@
 #include "../config/LogCapture.h"
+#include "ControlLines.h"
 #include "PtyBoard.h"
 #include "radio/ArduinoController.h"
 
@@ -8,6 +9,7 @@
 
 #include <ctime>
 #include <memory>
+#include <thread>
 
 using namespace std::chrono_literals;
 
@@ -15,6 +17,8 @@ namespace {
 
 constexpr ArduinoTiming silent = {1h, 1h, 1h, 1h}; // nothing happens by itself
 constexpr ArduinoTiming quick = {10ms, 40ms, 20ms, 30ms};
+
+constexpr int moreThanAPtyHolds = 20'000; // PTT requests
 
 constexpr bool cosHigh = true;
 constexpr bool pttInverted = true;
@@ -77,17 +81,22 @@ private Q_SLOTS:
     void reportsNothingMoreOnceAListenerHasClosedThePort();
 
     void keysTheTransmitterOnEachRequest();
+    void doesNotLeaveTheTransmitterToTheLoop();
     void unkeysTheTransmitterOnTheWayOut();
+    void unkeysTheTransmitterOfABusyBoardOnTheWayOut();
     void unkeysTheTransmitterWhenClosed();
 
     void configuresTheBoardAfterOpening_data();
     void configuresTheBoardAfterOpening();
     void configuresTheBoardOnRequest();
     void keepsAnUpdateForTheTimeThePortIsOpen();
-    void carriesOnWhenTheLinesAreRefused();
+    void keepsDtrAndRtsLow();
+    void carriesOnWhenDtrIsRefused_data();
+    void carriesOnWhenDtrIsRefused();
     void pingsWhileOpen();
     void doesNothingByItselfOnceClosed();
     void startsAfreshWhenOpenedAgain();
+    void takesNoStepOfAClosedPortOnTheNextOne();
 
     void welcomesTheFirstStartOfTheBoard();
     void healsAnUnexpectedReset_data();
@@ -274,12 +283,32 @@ void tst_ArduinoController::keysTheTransmitterOnEachRequest() {
     QCOMPARE(m_log->take(), QStringList());
 }
 
+void tst_ArduinoController::doesNotLeaveTheTransmitterToTheLoop() {
+    open();
+    m_radio->setPtt(true);
+    QVERIFY(m_board->hasBytes());
+    QCOMPARE(m_board->heard(), QByteArray("PTT:1\n"));
+}
+
 void tst_ArduinoController::unkeysTheTransmitterOnTheWayOut() {
     open();
     m_radio->setPtt(true);
     m_radio.reset();
     QTRY_COMPARE(m_board->heard(), QByteArray("PTT:1\nPTT:0\n"));
     QCOMPARE(m_log->take(), QStringList());
+}
+
+void tst_ArduinoController::unkeysTheTransmitterOfABusyBoardOnTheWayOut() {
+    open();
+    for (int i = 0; i < moreThanAPtyHolds; ++i)
+        m_radio->setPtt(true);
+    std::thread board([this] {
+        while (m_board->hasBytes() && !m_board->heard().endsWith("PTT:0\n")) {
+        }
+    });
+    m_radio.reset();
+    board.join();
+    QCOMPARE(m_board->heard(), QByteArray("PTT:1\n").repeated(moreThanAPtyHolds) + "PTT:0\n");
 }
 
 void tst_ArduinoController::unkeysTheTransmitterWhenClosed() {
@@ -336,14 +365,32 @@ void tst_ArduinoController::keepsAnUpdateForTheTimeThePortIsOpen() {
     QCOMPARE(m_log->take(), QStringList(configSent("false", "false")));
 }
 
-void tst_ArduinoController::carriesOnWhenTheLinesAreRefused() {
+void tst_ArduinoController::keepsDtrAndRtsLow() {
+    const ControlLines lines(0);
+    m_radio = std::make_unique<ArduinoController>(nullptr, ArduinoTiming{10ms, 1h, 1h, 1h});
+    open();
+    QCOMPARE(lines.lowered(), QList<int>());
+    QTRY_COMPARE(m_log->lines(), QStringList(QStringLiteral("info [Arduino] DTR LOW — reset prevention active")));
+    QCOMPARE(lines.lowered(), (QList<int>{TIOCM_DTR, TIOCM_RTS}));
+}
+
+void tst_ArduinoController::carriesOnWhenDtrIsRefused_data() {
+    QTest::addColumn<int>("error");
+    QTest::newRow("no such request") << ENOTTY;
+    QTest::newRow("failed on the bus") << EIO; // the port calls this a lost device
+    QTest::newRow("timed out") << ETIMEDOUT;
+}
+
+void tst_ArduinoController::carriesOnWhenDtrIsRefused() {
+    QFETCH(int, error);
+    const ControlLines lines(error);
     m_radio = std::make_unique<ArduinoController>(nullptr, ArduinoTiming{10ms, 1h, 1h, 1h});
     open();
     QTRY_COMPARE(m_log->lines(), QStringList(dtrFailed));
-    QVERIFY(m_radio->isOpen());
+    QCOMPARE(lines.lowered(), (QList<int>{TIOCM_DTR, TIOCM_RTS}));
     QSignalSpy cos(m_radio.get(), &ArduinoController::cosChanged);
     sayAndWait("COS:1\n");
-    QCOMPARE(cos.size(), 1);
+    QCOMPARE(firstArguments(cos), QList<bool>{true});
     QCOMPARE(m_log->take(), QStringList(dtrFailed));
 }
 
@@ -379,6 +426,17 @@ void tst_ArduinoController::startsAfreshWhenOpenedAgain() {
     QCOMPARE(cos.size(), 0);
     QCOMPARE(logOfAWhile({10ms, 40ms, 1h, 40ms}), (QStringList{ready, dtrFailed, configSent("true", "false")}));
     QCOMPARE(m_board->heard(), QByteArray("PTT:0\nCONFIG:COS_HIGH:1\nCONFIG:PTT_INVERT:0\n"));
+}
+
+void tst_ArduinoController::takesNoStepOfAClosedPortOnTheNextOne() {
+    m_radio = std::make_unique<ArduinoController>(nullptr, ArduinoTiming{0ms, 0ms, 1h, 1h});
+    open();
+    m_radio->closePort(); // with both steps due, and no turn of the loop before the next opening
+    PtyBoard second;
+    QVERIFY(m_radio->openPort(second.device(), 9600, cosHigh, !pttInverted));
+    QCOMPARE(logOfAWhile(quick), (QStringList{connectedTo(second), dtrFailed, configSent("true", "false")}));
+    QCOMPARE(second.heard(), QByteArray("CONFIG:COS_HIGH:1\nCONFIG:PTT_INVERT:0\n"));
+    QCOMPARE(m_board->heard(), QByteArray("PTT:0\n"));
 }
 
 void tst_ArduinoController::welcomesTheFirstStartOfTheBoard() {
@@ -506,21 +564,20 @@ void tst_ArduinoController::opensAgainAfterALoss() {
 }
 
 void tst_ArduinoController::doesNotTakeABusyBoardForALostOne() {
-    constexpr int requests = 20'000; // more than a pty holds
     open();
-    for (int i = 0; i < requests; ++i)
+    for (int i = 0; i < moreThanAPtyHolds; ++i)
         m_radio->setPtt(true);
     m_radio->setPtt(false);
     QCoreApplication::processEvents();
     QVERIFY(m_radio->isOpen());
-    QTRY_COMPARE(m_board->heard().size(), 6 * (requests + 1));
-    QCOMPARE(m_board->heard(), QByteArray("PTT:1\n").repeated(requests) + "PTT:0\n");
+    QTRY_COMPARE(m_board->heard().size(), 6 * (moreThanAPtyHolds + 1));
+    QCOMPARE(m_board->heard(), QByteArray("PTT:1\n").repeated(moreThanAPtyHolds) + "PTT:0\n");
     QCOMPARE(m_log->take(), QStringList());
 }
 
 void tst_ArduinoController::doesNotWaitForABoardThatTakesNothing() {
     open();
-    for (int i = 0; i < 20'000; ++i)
+    for (int i = 0; i < moreThanAPtyHolds; ++i)
         m_radio->setPtt(true);
     QElapsedTimer timer;
     timer.start();
