@@ -5,6 +5,7 @@
 #include "sim/MonotonicClock.h"
 #include "sim/SealedFrame.h"
 
+#include <QDebug>
 #include <QNetworkDatagram>
 
 #include <algorithm>
@@ -157,11 +158,13 @@ void RoomMember::takeUserList(const QStringList &fields) {
 
 void RoomMember::startMedia() {
     m_media.close();
-    if (m_media.bind(QHostAddress::AnyIPv4)) {
-        m_mediaStep = Media::AwaitingPong;
-        m_handshakeTimer.start();
-        sendHandshake();
+    if (!m_media.bind(QHostAddress(QHostAddress::AnyIPv4))) {
+        qWarning() << "room member has no media socket:" << m_media.errorString();
+        return;
     }
+    m_mediaStep = Media::AwaitingPong;
+    m_handshakeTimer.start();
+    sendHandshake();
 }
 
 void RoomMember::sendHandshake() {
