@@ -1,0 +1,395 @@
+#include "../config/LogCapture.h"
+#include "EngineOnCard.h"
+#include "Talker.h"
+
+#include <QSignalSpy>
+#include <QTest>
+
+#include <limits>
+
+namespace {
+
+constexpr int hugeNumber = std::numeric_limits<int>::max();
+
+QByteArray speechPacket() {
+    static const auto packets = Talker().say(sim::tone(1000, -10, 0.1));
+    return packets.back();
+}
+
+QStringList linesWith(const QStringList &lines, const char *text) {
+    return lines.filter(QString::fromUtf8(text));
+}
+
+} // namespace
+
+class TestAudioEngine : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void saysThatItExists();
+    void makesTheCodec_data();
+    void makesTheCodec();
+    void saysWhyADeviceCannotBeOpened();
+    void usesTheDefaultDeviceWhenNoneIsNamed();
+    void clampsAndLogsToneSettings();
+
+    void ignoresPacketsThatCannotBeAudio();
+    void receivesNothingWhileClosedOrMuted();
+    void countsTalkers();
+    void saysWhatCannotBeDecoded();
+
+    void startsTheTimeOutTimers_data();
+    void startsTheTimeOutTimers();
+    void startsAnewWithEveryTransmission();
+    void takesANewLimitAtTheNextTransmission();
+    void saysThatTheTimeIsOverThenSignals();
+    void runsOutByItself();
+    void saysWhyItCannotWarn();
+
+    void changesQuality();
+    void reopensWhatWasOpenBeforeTwoChanges();
+    void staysClosedWhenStoppedBeforeTheReopening();
+    void mayEndBeforeTheReopening();
+    void survivesAbsurdQuality_data();
+    void survivesAbsurdQuality();
+    void triesAGivenUpPlaybackAgain();
+};
+
+void TestAudioEngine::saysThatItExists() {
+    LogCapture log;
+    const AudioEngine engine;
+    QCOMPARE(log.take(), QStringList{QStringLiteral("debug [Audio] Engine created (Linux headless)")});
+    QCOMPARE(engine.inputLevel(), 0);
+    QCOMPARE(engine.outputLevel(), 0);
+}
+
+void TestAudioEngine::makesTheCodec_data() {
+    QTest::addColumn<int>("rateHz");
+    QTest::addColumn<int>("channels");
+    QTest::addColumn<QString>("line");
+    QTest::newRow("usual") << 48000 << 1 << "info [Audio] Initialized: 48000 Hz, 32000 bps fd: 20 ms";
+    QTest::newRow("lower rate") << 16000 << 1 << "info [Audio] Initialized: 16000 Hz, 32000 bps fd: 20 ms";
+    QTest::newRow("no Opus rate") << 44100 << 1 << "warning [Audio] Encoder error";
+    QTest::newRow("zero") << 0 << 1 << "warning [Audio] Encoder error";
+    QTest::newRow("no channels") << 48000 << 0 << "warning [Audio] Encoder error";
+}
+
+void TestAudioEngine::makesTheCodec() {
+    QFETCH(int, rateHz);
+    QFETCH(int, channels);
+    QFETCH(QString, line);
+    AudioEngine engine;
+    LogCapture log;
+    QCOMPARE(engine.initialize(rateHz, channels, 32000, 5, 20), line.startsWith(QLatin1String("info")));
+    QCOMPARE(log.take(), QStringList{line});
+}
+
+void TestAudioEngine::saysWhyADeviceCannotBeOpened() {
+    EngineOnCard site;
+    site.card.setPresent(false);
+    LogCapture log;
+    QVERIFY(!site.engine.openPlayback());
+    QVERIFY(!site.engine.openCapture());
+    QCOMPARE(log.take(), QStringList({QStringLiteral("warning [Audio] Playback open: No such device"),
+                                      QStringLiteral("warning [Audio] Capture open: No such device")}));
+    site.engine.stopPlayback();
+    site.engine.stopCapture();
+    site.engine.onInputReadyRead();
+    site.engine.onOutputBufferTimer();
+    QVERIFY(log.take().isEmpty());
+}
+
+void TestAudioEngine::usesTheDefaultDeviceWhenNoneIsNamed() {
+    EngineOnCard site;
+    const sim::SoundCard defaultCard(site.folder.path(), 0);
+    site.engine.setDevices({}, {});
+    QVERIFY(site.engine.openPlayback());
+    QVERIFY(site.engine.openCapture());
+    QVERIFY(defaultCard.isPlaybackOpen() && defaultCard.isCaptureOpen());
+    QVERIFY(site.engine.openPlayback()); // open already
+    QVERIFY(site.engine.openCapture());
+    site.engine.stopPlayback();
+    site.engine.stopCapture();
+    QVERIFY(!defaultCard.isPlaybackOpen() && !defaultCard.isCaptureOpen());
+}
+
+void TestAudioEngine::clampsAndLogsToneSettings() {
+    AudioEngine engine;
+    LogCapture log;
+    engine.setTxTone(20, -30, 5);
+    engine.setRxTone(-0.5, 12, 99);
+    QCOMPARE(log.take(), QStringList({QStringLiteral("info [Audio] TX Tone Bass: 12 Mid: -12 Treble: 5"),
+                                      QStringLiteral("info [Audio] RX Tone Bass: -0.5 Mid: 12 Treble: 12")}));
+}
+
+void TestAudioEngine::ignoresPacketsThatCannotBeAudio() {
+    EngineOnCard site;
+    site.engine.setTotDuration(60);
+    QVERIFY(site.engine.openPlayback());
+    LogCapture log;
+    for (int size = 0; size <= 9; ++size) {
+        site.engine.onAudioReceivedFrom(QByteArray(size, '\xFF'), 7);
+    }
+    QVERIFY(log.take().isEmpty());
+    site.engine.onAudioReceivedFrom(QByteArray(10, '\xFF'), 7);
+    QCOMPARE(log.take().first(), QStringLiteral("info [TOT] Timer started: 60 s untuk userId 7"));
+}
+
+void TestAudioEngine::receivesNothingWhileClosedOrMuted() {
+    EngineOnCard site;
+    site.engine.setTotDuration(60);
+    LogCapture log;
+    site.engine.onAudioReceived(speechPacket());
+    QVERIFY(site.engine.openPlayback());
+    site.engine.setSpkMuted(true);
+    QVERIFY(site.engine.isSpkMuted());
+    site.engine.onAudioReceived(speechPacket());
+    QVERIFY(log.take().isEmpty());
+    site.engine.setSpkMuted(false);
+    site.engine.onAudioReceived(speechPacket());
+    QCOMPARE(log.take(), QStringList({QStringLiteral("info [TOT] Timer started: 60 s untuk userId 0"),
+                                      QStringLiteral("info [Audio] Decoder created userId: 0 SR: 48000 | total: 1")}));
+}
+
+void TestAudioEngine::countsTalkers() {
+    EngineOnCard site;
+    QVERIFY(site.engine.openPlayback());
+    LogCapture log;
+    site.engine.onAudioReceivedFrom(speechPacket(), 42);
+    QCOMPARE(log.take(), QStringList{QStringLiteral("info [Audio] Decoder created userId: 42 SR: 48000 | total: 1")});
+    site.engine.onAudioReceivedFrom(speechPacket(), 7);
+    site.engine.onAudioReceivedFrom(speechPacket(), 42);
+    QCOMPARE(log.take(), QStringList{QStringLiteral("info [Audio] Decoder created userId: 7 SR: 48000 | total: 2")});
+    site.engine.resetDecoders();
+    site.engine.onAudioReceivedFrom(speechPacket(), 7);
+    QCOMPARE(log.take(), QStringList{QStringLiteral("info [Audio] Decoder created userId: 7 SR: 48000 | total: 1")});
+}
+
+void TestAudioEngine::saysWhatCannotBeDecoded() {
+    EngineOnCard site;
+    QVERIFY(site.engine.openPlayback());
+    LogCapture log;
+    site.engine.onAudioReceivedFrom(QByteArray(20, '\xFF'), 9);
+    QCOMPARE(log.take().last(), QStringLiteral("warning [Audio] Decode err userId 9 : corrupted stream"));
+    QCOMPARE(site.engine.outputLevel(), 0);
+}
+
+void TestAudioEngine::startsTheTimeOutTimers_data() {
+    QTest::addColumn<int>("seconds");
+    QTest::addColumn<int>("expiryMs");
+    QTest::addColumn<int>("warningMs");
+    QTest::newRow("15 s") << 15 << 15000 << 5000;
+    QTest::newRow("11 s") << 11 << 11000 << 1000;
+    QTest::newRow("no time to warn in 10 s") << 10 << 10000 << -1;
+    QTest::newRow("nor in 8 s") << 8 << 8000 << -1;
+    QTest::newRow("unlimited") << 0 << -1 << -1;
+    QTest::newRow("negative is unlimited") << -60 << -1 << -1;
+    QTest::newRow("as long as a timer runs") << hugeNumber << hugeNumber << hugeNumber;
+}
+
+void TestAudioEngine::startsTheTimeOutTimers() {
+    QFETCH(int, seconds);
+    QFETCH(int, expiryMs);
+    QFETCH(int, warningMs);
+    EngineOnCard site;
+    QVERIFY(site.engine.openPlayback());
+    site.engine.setTotDuration(seconds);
+    LogCapture log;
+    site.engine.onAudioReceivedFrom(speechPacket(), 42);
+    const auto isDue = [&](const char *name, int ms) {
+        const int remaining = site.timer(name)->remainingTime();
+        return ms < 0 ? remaining == -1 : remaining > ms - 500 && remaining <= ms;
+    };
+    QVERIFY(isDue("tot", expiryMs));
+    QVERIFY(isDue("totWarning", warningMs));
+    const QString line = QStringLiteral("info [TOT] Timer started: %1 s untuk userId 42").arg(seconds);
+    QCOMPARE(linesWith(log.take(), "[TOT]"), expiryMs < 0 ? QStringList() : QStringList{line});
+}
+
+void TestAudioEngine::startsAnewWithEveryTransmission() {
+    EngineOnCard site;
+    QVERIFY(site.engine.openPlayback());
+    site.engine.setTotDuration(60);
+    const auto starts = [&](quint32 userId, qint64 afterMs) {
+        LogCapture log;
+        site.nowMs += afterMs;
+        site.engine.onAudioReceivedFrom(speechPacket(), userId);
+        return !linesWith(log.take(), "[TOT] Timer started:").isEmpty();
+    };
+    QVERIFY(starts(1, 0));
+    QVERIFY(!starts(1, 20));
+    QVERIFY(!starts(1, 499));
+    QVERIFY(starts(1, 500));
+    QVERIFY(starts(2, 20));
+    QVERIFY(starts(1, 20));
+    site.engine.onTotExpired();
+    QVERIFY(starts(1, 20)); // the talker's own next packet
+    QVERIFY(!starts(1, 20));
+    QVERIFY(site.engine.outputLevel() > 0); // and it is heard
+}
+
+void TestAudioEngine::takesANewLimitAtTheNextTransmission() {
+    EngineOnCard site;
+    QVERIFY(site.engine.openPlayback());
+    site.engine.setTotDuration(60);
+    site.engine.onAudioReceivedFrom(speechPacket(), 1);
+    site.engine.setTotDuration(0);
+    site.engine.onAudioReceivedFrom(speechPacket(), 1);
+    QVERIFY(site.timer("tot")->isActive());
+    site.nowMs += 500;
+    site.engine.onAudioReceivedFrom(speechPacket(), 1);
+    QVERIFY(!site.timer("tot")->isActive());
+    QVERIFY(!site.timer("totWarning")->isActive());
+}
+
+void TestAudioEngine::saysThatTheTimeIsOverThenSignals() {
+    EngineOnCard site;
+    QVERIFY(site.engine.openPlayback());
+    site.engine.setTotDuration(60);
+    site.engine.onAudioReceivedFrom(speechPacket(), 42);
+    LogCapture log;
+    connect(&site.engine, &AudioEngine::totExpired, [] { qDebug() << "signal"; });
+    site.engine.onTotExpired();
+    QCOMPARE(log.take(), QStringList({QStringLiteral("info [TOT] Batas waktu tercapai ( 60 s) — downlink di-mute untuk "
+                                                     "userId 42"),
+                                      QStringLiteral("debug signal")}));
+}
+
+void TestAudioEngine::runsOutByItself() {
+    EngineOnCard site;
+    QVERIFY(site.engine.openPlayback());
+    site.engine.setTotDuration(1);
+    QSignalSpy expired(&site.engine, &AudioEngine::totExpired);
+    QElapsedTimer timer;
+    timer.start();
+    site.engine.onAudioReceivedFrom(speechPacket(), 42);
+    QVERIFY(expired.wait(3000));
+    QVERIFY2(timer.elapsed() >= 1000, qPrintable(QString::number(timer.elapsed())));
+}
+
+void TestAudioEngine::saysWhyItCannotWarn() {
+    EngineOnCard site;
+    QSignalSpy warned(&site.engine, &AudioEngine::totWarning);
+    const QStringList lines{
+        QStringLiteral("info [TOT] Warning — 10 detik lagi downlink di-mute (userId 0 )"),
+        QStringLiteral("warning [TOT] Warning tone tidak bisa diputar: ALSA tidak siap atau speaker muted")};
+    LogCapture log;
+    site.engine.onTotWarning();
+    QCOMPARE(log.take(), lines);
+    QVERIFY(site.engine.openPlayback());
+    site.engine.setSpkMuted(true);
+    site.engine.onTotWarning();
+    QCOMPARE(log.take(), lines);
+    QCOMPARE(warned.size(), 2);
+}
+
+void TestAudioEngine::changesQuality() {
+    EngineOnCard site;
+    QVERIFY(site.engine.openPlayback() && site.engine.openCapture());
+    LogCapture log;
+    site.engine.changeQuality(16000, 24000, 5, 20);
+    QCOMPARE(log.take(), QStringList{QStringLiteral("info [Audio] Quality change → SR: 16000 BR: 24000 fd: 20 ms")});
+    QVERIFY(!site.card.isPlaybackOpen() && !site.card.isCaptureOpen());
+    QCOMPARE(site.timer("reopen")->interval(), 100);
+    QVERIFY(site.playbackReopens() && site.captureReopens());
+    site.engine.onAudioReceivedFrom(Talker(16000).say(sim::tone(500, -10, 0.02, 16000)).front(), 42);
+    QCOMPARE(log.take(), QStringList{QStringLiteral("info [Audio] Decoder created userId: 42 SR: 16000 | total: 1")});
+}
+
+void TestAudioEngine::reopensWhatWasOpenBeforeTwoChanges() {
+    EngineOnCard site;
+    QVERIFY(site.engine.openPlayback());
+    site.engine.changeQuality(16000, 24000, 5, 20);
+    site.engine.changeQuality(24000, 24000, 5, 40);
+    QVERIFY(site.playbackReopens());
+    QCOMPARE(site.timer("output")->interval(), 40);
+    QTRY_VERIFY(!site.timer("reopen")->isActive());
+    QVERIFY(!site.card.isCaptureOpen()); // was not open
+}
+
+void TestAudioEngine::staysClosedWhenStoppedBeforeTheReopening() {
+    EngineOnCard site;
+    QVERIFY(site.engine.openPlayback() && site.engine.openCapture());
+    site.engine.changeQuality(16000, 24000, 5, 20);
+    site.engine.stopPlayback();
+    site.engine.stopCapture();
+    QTRY_VERIFY(!site.timer("reopen")->isActive());
+    QVERIFY(!site.card.isPlaybackOpen() && !site.card.isCaptureOpen());
+}
+
+void TestAudioEngine::mayEndBeforeTheReopening() {
+    const QTemporaryDir folder;
+    const sim::SoundCard card(folder.path(), 1);
+    QVERIFY(sim::SoundCard::installAlsaConfig(folder.path()));
+    auto engine = std::make_unique<AudioEngine>();
+    engine->setDevices(QStringLiteral("hw:1,0"), QStringLiteral("hw:1,0"));
+    QVERIFY(engine->initialize(48000, 1, 32000, 5, 20) && engine->openPlayback() && engine->openCapture());
+    engine->changeQuality(16000, 24000, 5, 20);
+    engine.reset();
+    QVERIFY(!QTest::qWaitFor([&] { return card.isPlaybackOpen() || card.isCaptureOpen(); }, 200));
+}
+
+void TestAudioEngine::survivesAbsurdQuality_data() {
+    QTest::addColumn<int>("rateHz");
+    QTest::addColumn<int>("bitrate");
+    QTest::addColumn<int>("complexity");
+    QTest::addColumn<int>("frameMs");
+    QTest::newRow("all zero") << 0 << 0 << 0 << 0;
+    QTest::newRow("all negative") << -1 << -1 << -1 << -1;
+    QTest::newRow("most negative") << -hugeNumber - 1 << -hugeNumber - 1 << -hugeNumber - 1 << -hugeNumber - 1;
+    QTest::newRow("all huge") << hugeNumber << hugeNumber << hugeNumber << hugeNumber;
+    QTest::newRow("rate of one") << 1 << 32000 << 5 << 20;
+    QTest::newRow("no Opus rate") << 44100 << 32000 << 5 << 20;
+    QTest::newRow("huge rate") << hugeNumber << 32000 << 5 << 20;
+    QTest::newRow("huge frame") << 48000 << 32000 << 5 << hugeNumber;
+    QTest::newRow("zero frame") << 48000 << 32000 << 5 << 0;
+    QTest::newRow("frame of 1 ms") << 48000 << 32000 << 5 << 1;
+    QTest::newRow("frame of 120 ms") << 48000 << 32000 << 5 << 120;
+}
+
+void TestAudioEngine::survivesAbsurdQuality() {
+    QFETCH(int, rateHz);
+    QFETCH(int, bitrate);
+    QFETCH(int, complexity);
+    QFETCH(int, frameMs);
+    EngineOnCard site;
+    QVERIFY(site.engine.openPlayback() && site.engine.openCapture());
+    QElapsedTimer timer;
+    timer.start();
+    site.engine.changeQuality(rateHz, bitrate, complexity, frameMs);
+    site.engine.onAudioReceivedFrom(speechPacket(), 1);
+    site.engine.setTxTone(3, 3, 3);
+    site.engine.setRxTone(3, 3, 3);
+    QVERIFY(site.playbackReopens() && site.captureReopens());
+    site.receive(std::vector<QByteArray>(5, speechPacket()));
+    site.engine.onOutputBufferTimer();
+    QVERIFY2(timer.elapsed() < 2000, qPrintable(QString::number(timer.elapsed())));
+
+    site.engine.changeQuality(48000, 32000, 5, 20);
+    QVERIFY(site.playbackReopens() && site.captureReopens());
+    site.sent.clear();
+    site.engine.onAudioReceivedFrom(speechPacket(), 1);
+    QVERIFY(site.engine.outputLevel() > 0);
+    QTRY_VERIFY(!site.sent.empty());
+    QCOMPARE(Talker().hear({site.sent.front()}).samples.size(), size_t(960));
+}
+
+void TestAudioEngine::triesAGivenUpPlaybackAgain() {
+    EngineOnCard site;
+    QTimer *retry = site.timer("retry");
+    QCOMPARE(retry->interval(), 3000);
+    QVERIFY(retry->isSingleShot());
+    LogCapture log;
+    retry->start(0);
+    QVERIFY(site.playbackReopens());
+    QCOMPARE(log.take(), QStringList{QStringLiteral("info [Audio] Retrying playback open...")});
+    retry->start(0); // opened meanwhile by somebody else
+    QTRY_VERIFY(!retry->isActive());
+    QVERIFY(log.take().isEmpty());
+    retry->start(3000);
+    site.engine.stopPlayback();
+    QVERIFY(!retry->isActive());
+}
+
+QTEST_GUILESS_MAIN(TestAudioEngine)
+#include "tst_AudioEngine.moc"
