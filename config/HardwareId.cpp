@@ -63,7 +63,7 @@ QString machineIdentifier(const QStringList &paths, const QString &fallback) {
         QFile file(path);
         if (!file.open(QIODevice::ReadOnly))
             continue;
-        const QString text = QString::fromUtf8(file.readAll()).trimmed();
+        QString text = QString::fromUtf8(file.readAll()).trimmed();
         if (!text.isEmpty())
             return text;
     }
