@@ -10,7 +10,7 @@
 #include <poll.h>
 #include <unistd.h>
 
-/// The other end of a serial line: stands for the board, on a pty.
+/// The other end of a serial line: stands for the board, on a pty. Outlives whoever opens the device.
 class PtyBoard {
 public:
     PtyBoard() : m_fd(::posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {
@@ -18,8 +18,14 @@ public:
         if (m_fd < 0 || ::grantpt(m_fd) != 0 || ::unlockpt(m_fd) != 0 || ::ptsname_r(m_fd, name, sizeof name) != 0)
             qFatal("pty: %s", strerror(errno));
         m_device = QString::fromLocal8Bit(name);
+        m_deviceFd = ::open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
+        if (m_deviceFd < 0)
+            qFatal("%s: %s", name, strerror(errno));
     }
-    ~PtyBoard() { vanish(); }
+    ~PtyBoard() {
+        vanish();
+        ::close(m_deviceFd);
+    }
     PtyBoard(const PtyBoard &) = delete;
     PtyBoard &operator=(const PtyBoard &) = delete;
 
@@ -54,6 +60,7 @@ public:
 
 private:
     int m_fd;
+    int m_deviceFd = -1; ///< keeps the device's name from another program until the port's lock on it is gone
     QString m_device;
     QByteArray m_heard;
 };
