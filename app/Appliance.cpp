@@ -8,14 +8,7 @@
 
 #include <QDebug>
 
-#include <algorithm>
 #include <utility>
-
-namespace {
-
-constexpr int maxGainPercent = 200;
-
-} // namespace
 
 Appliance::Appliance(const AppliancePaths &paths, CaptureProbe probe, const SessionDelays &delays)
     : m_gateway(paths),
@@ -84,8 +77,8 @@ void Appliance::createEngine() {
 
 void Appliance::configureEngine() {
     const QJsonObject &settings = m_gateway.config.object();
-    m_engine->setMicGain(std::clamp(Settings::micGainPercent(settings), 0, maxGainPercent));
-    m_engine->setSpeakerGain(std::clamp(Settings::speakerGainPercent(settings), 0, maxGainPercent));
+    m_engine->setMicGain(Gateway::gainPercent(Settings::micGainPercent(settings)));
+    m_engine->setSpeakerGain(Gateway::gainPercent(Settings::speakerGainPercent(settings)));
     m_engine->setAgcEnabled(Settings::agcEnabled(settings));
     m_engine->setTotDuration(Settings::totDurationSeconds(settings));
     const Settings::Tone tx = Settings::txTone(settings);

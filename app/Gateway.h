@@ -4,6 +4,8 @@
 #include "config/AppliancePaths.h"
 #include "config/ConfigStore.h"
 
+#include <algorithm>
+
 class ArduinoController;
 class AudioEngine;
 class TcpClient;
@@ -34,6 +36,9 @@ struct Gateway {
     /// What the last login said about this account; 0 and false before it.
     int userId() const;
     bool isAdmin() const;
+
+    /// Percent, brought into what the engine takes.
+    static int gainPercent(int asked) { return std::clamp(asked, 0, 200); }
 
     /// Starts or ends sending what the radio hears. The engine encodes frames only while they are wanted.
     void setTransmitting(bool on);

@@ -101,19 +101,17 @@ void unmuteSpeaker(const Request &request) {
     qInfo() << "[TX] PTT diaktifkan kembali — speaker unmuted";
 }
 
-int gainPercent(const Request &request) {
-    return std::clamp(request.value, 0, 200);
-}
-
 void setMicGain(const Request &request) {
-    request.engine().setMicGain(gainPercent(request));
-    request.set("mic_gain", gainPercent(request));
+    const int percent = Gateway::gainPercent(request.value);
+    request.engine().setMicGain(percent);
+    request.set("mic_gain", percent);
     qDebug() << "[Appliance] Mic gain set to" << request.value;
 }
 
 void setSpeakerGain(const Request &request) {
-    request.engine().setSpeakerGain(gainPercent(request));
-    request.set("speaker_gain", gainPercent(request));
+    const int percent = Gateway::gainPercent(request.value);
+    request.engine().setSpeakerGain(percent);
+    request.set("speaker_gain", percent);
     qDebug() << "[Appliance] Speaker gain set to" << request.value;
 }
 

@@ -1,0 +1,92 @@
+#include "Literals.h"
+#include "app/LogOutput.h"
+
+#include <QTextCodec>
+#include <QtTest>
+
+#include <cerrno>
+#include <sys/socket.h>
+#include <unistd.h>
+
+/// Stands in for standard error while it lives; keeps each write apart from the next.
+class StandardError {
+public:
+    StandardError() : m_original(::dup(STDERR_FILENO)) {
+        int ends[2] = {-1, -1};
+        if (::socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, ends) != 0)
+            qFatal("no socket pair");
+        m_far = ends[1];
+        ::dup2(ends[0], STDERR_FILENO);
+        ::close(ends[0]);
+    }
+    ~StandardError() {
+        ::dup2(m_original, STDERR_FILENO);
+        ::close(m_original);
+        ::close(m_far);
+    }
+    StandardError(const StandardError &) = delete;
+    StandardError &operator=(const StandardError &) = delete;
+
+    QList<QByteArray> writes() const {
+        QList<QByteArray> all;
+        char bytes[4096];
+        for (ssize_t count = 0; (count = ::recv(m_far, bytes, sizeof bytes, 0)) >= 0;)
+            all.append(QByteArray(bytes, static_cast<int>(count)));
+        return all;
+    }
+
+private:
+    int m_original;
+    int m_far = -1;
+};
+
+class TestLogOutput : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void eachLineIsOneWrite() {
+        QCOMPARE(written([] {
+                     qDebug() << "[UDP] Siap";
+                     qInfo() << "[Room]"
+                             << "AA1"_s
+                             << "join";
+                     qWarning() << "[COS] ACTIVE";
+                 }),
+                 (QList<QByteArray>{"[UDP] Siap\n", "[Room] \"AA1\" join\n", "[COS] ACTIVE\n"}));
+    }
+
+    void itIsUtf8WhateverTheLocale() {
+        QTextCodec *const before = QTextCodec::codecForLocale();
+        QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1"));
+        const auto lines = written([] {
+            qInfo() << "TX —"
+                    << "Röom →"_s;
+        });
+        QTextCodec::setCodecForLocale(before);
+        QCOMPARE(lines, QList<QByteArray>{"TX \xe2\x80\x94 \"R\xc3\xb6om \xe2\x86\x92\"\n"});
+    }
+
+    void theMessagePatternIsKept() {
+        qSetMessagePattern("<%{type}> %{message}"_s);
+        const auto lines = written([] { qWarning() << "text"; });
+        qSetMessagePattern("%{message}"_s);
+        QCOMPARE(lines, QList<QByteArray>{"<warning> text\n"});
+    }
+
+    void aLineBreakInAValueStaysInItsLine() {
+        QCOMPARE(written([] { qInfo() << "a\nb"_s; }), QList<QByteArray>{"\"a\\nb\"\n"});
+    }
+
+private:
+    static QList<QByteArray> written(void (*log)()) {
+        const StandardError standardError;
+        const QtMessageHandler before = qInstallMessageHandler(nullptr);
+        installLogOutput();
+        log();
+        qInstallMessageHandler(before);
+        return standardError.writes();
+    }
+};
+
+QTEST_APPLESS_MAIN(TestLogOutput)
+#include "tst_LogOutput.moc"
