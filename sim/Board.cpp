@@ -5,11 +5,12 @@
 #include <QDebug>
 #include <QFile>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <chrono>
+#include <cstring>
 #include <fcntl.h>
-#include <poll.h>
+#include <sys/inotify.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -17,26 +18,14 @@
 namespace sim {
 namespace {
 
-using namespace std::chrono_literals;
-
-/// How often a port that nobody has open is looked at. The kernel tells of a closed pseudo-terminal without end, but
-/// never when it is opened again.
-constexpr auto openingInterval = 5ms;
-
-/// No echo, no translation: a line of bytes. The settings belong to the slave's end, whoever opens it.
-bool makeRaw(int master) {
+/// No echo, no translation: a line of bytes.
+bool makeRaw(int slave) {
     termios settings{};
-    if (tcgetattr(master, &settings) != 0) {
+    if (tcgetattr(slave, &settings) != 0) {
         return false;
     }
     cfmakeraw(&settings);
-    return tcsetattr(master, TCSANOW, &settings) == 0;
-}
-
-/// Opens and closes the port once: only then does the kernel report it as closed.
-bool openOnce(const QByteArray &portName) {
-    const int slave = open(portName.constData(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    return slave >= 0 && close(slave) == 0;
+    return tcsetattr(slave, TCSANOW, &settings) == 0;
 }
 
 /// Not at once: it may be the one that has just called.
@@ -48,20 +37,24 @@ void discard(QSocketNotifier *&notifier) {
     }
 }
 
+void closeDescriptor(int &fd) {
+    if (fd >= 0) {
+        close(fd); // whatever it says, it is gone
+        fd = -1;
+    }
+}
+
 } // namespace
 
 Board::Board(const QString &devpts, QObject *parent) : QObject(parent) {
-    connect(&m_openingTimer, &QTimer::timeout, this, &Board::lookForOpening);
     if (!makePort(devpts)) {
-        qWarning() << "no pseudo-terminal in" << devpts << qt_error_string();
+        qWarning() << "no pseudo-terminal in" << devpts << std::strerror(errno);
         vanish();
         return;
     }
-    m_readable = new QSocketNotifier(m_master, QSocketNotifier::Read, this);
-    m_writable = new QSocketNotifier(m_master, QSocketNotifier::Write, this);
-    connect(m_readable, &QSocketNotifier::activated, this, &Board::onReadable);
-    connect(m_writable, &QSocketNotifier::activated, this, &Board::onWritable);
-    waitForOpening();
+    watch(m_master, m_readable, QSocketNotifier::Read, &Board::onReadable);
+    watch(m_master, m_writable, QSocketNotifier::Write, &Board::onWritable);
+    watch(m_openings, m_opened, QSocketNotifier::Read, &Board::lookWhoIsThere);
 }
 
 Board::~Board() {
@@ -69,15 +62,24 @@ Board::~Board() {
 }
 
 bool Board::makePort(const QString &devpts) {
-    const QByteArray folder = QFile::encodeName(devpts);
-    m_master = open((folder + "/ptmx").constData(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    m_master = open(QFile::encodeName(devpts + QStringLiteral("/ptmx")).constData(),
+                    O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     const int unlocked = 0;
     int number = 0;
     if (m_master < 0 || ioctl(m_master, TIOCSPTLCK, &unlocked) != 0 || ioctl(m_master, TIOCGPTN, &number) != 0) {
         return false;
     }
     m_portName = devpts + QLatin1Char('/') + QString::number(number);
-    return makeRaw(m_master) && openOnce(QFile::encodeName(m_portName));
+    const QByteArray path = QFile::encodeName(m_portName);
+    m_slave = open(path.constData(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    m_openings = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    return m_slave >= 0 && makeRaw(m_slave) && m_openings >= 0 &&
+           inotify_add_watch(m_openings, path.constData(), IN_OPEN | IN_CLOSE) >= 0;
+}
+
+void Board::watch(int fd, QSocketNotifier *&notifier, QSocketNotifier::Type type, void (Board::*handler)()) {
+    notifier = new QSocketNotifier(fd, type, this);
+    connect(notifier, &QSocketNotifier::activated, this, handler);
 }
 
 void Board::announceReady() {
@@ -96,7 +98,7 @@ void Board::reset() {
 }
 
 void Board::sendRaw(const QByteArray &bytes) {
-    lookForOpening();
+    lookWhoIsThere();
     if (m_isPortOpen) {
         m_unsent += bytes;
         onWritable();
@@ -104,13 +106,13 @@ void Board::sendRaw(const QByteArray &bytes) {
 }
 
 void Board::vanish() {
-    m_openingTimer.stop();
     discard(m_readable);
     discard(m_writable);
-    if (m_master >= 0) {
-        close(m_master); // whatever it says, the device is gone
-        m_master = -1;
-    }
+    discard(m_opened);
+    closeDescriptor(m_openings);
+    closeDescriptor(m_slave);
+    closeDescriptor(m_master);
+    m_received.clear();
     setPortOpen(false);
 }
 
@@ -118,20 +120,20 @@ void Board::onWritable() {
     const ssize_t count = write(m_master, m_unsent.constData(), std::size_t(m_unsent.size()));
     if (count > 0) {
         m_unsent.remove(0, int(count));
+    } else if (count < 0 && errno != EAGAIN) {
+        m_unsent.clear(); // a line that takes nothing has lost it
     }
-    // An error is the port's closing, which reading meets too.
-    m_writable->setEnabled(count >= 0 || errno == EAGAIN ? !m_unsent.isEmpty() : false);
+    m_writable->setEnabled(!m_unsent.isEmpty());
 }
 
 void Board::onReadable() {
+    lookWhoIsThere();
     std::array<char, 4096> bytes{};
     const ssize_t count = read(m_master, bytes.data(), bytes.size());
-    if (count > 0) {
-        m_received.append(bytes.data(), int(count));
-    } else if (count == 0 || errno != EAGAIN) {
-        waitForOpening();
-        return;
+    if (count <= 0) {
+        return; // woken for nothing: the line never ends while its other end is kept open
     }
+    m_received.append(bytes.data(), int(count));
     for (int end = m_received.indexOf('\n'); end >= 0; end = m_received.indexOf('\n')) {
         const QByteArray line = m_received.left(end).trimmed();
         m_received.remove(0, end + 1);
@@ -139,21 +141,17 @@ void Board::onReadable() {
     }
 }
 
-void Board::waitForOpening() {
-    m_readable->setEnabled(false);
-    m_writable->setEnabled(false);
-    m_openingTimer.start(openingInterval);
-    setPortOpen(false);
-}
-
-void Board::lookForOpening() {
-    pollfd port = {m_master, POLLIN, 0};
-    if (m_isPortOpen || !isThere() || poll(&port, 1, 0) < 0 || (port.revents & POLLHUP) != 0) {
-        return;
+void Board::lookWhoIsThere() {
+    // Events of one watched file carry no name: all have the same length.
+    std::array<inotify_event, 64> events{};
+    for (ssize_t bytes = 1; bytes > 0;) {
+        bytes = read(m_openings, events.data(), sizeof events);
+        for (std::size_t i = 0; bytes > 0 && i < std::size_t(bytes) / sizeof(inotify_event); ++i) {
+            // Never below none: the kernel tells equal events that follow one another as one.
+            m_openCount = std::max(0, m_openCount + ((events[i].mask & IN_OPEN) != 0 ? 1 : -1));
+            setPortOpen(m_openCount > 0);
+        }
     }
-    m_openingTimer.stop();
-    m_readable->setEnabled(true);
-    setPortOpen(true);
 }
 
 void Board::setPortOpen(bool open) {
@@ -161,13 +159,15 @@ void Board::setPortOpen(bool open) {
         return;
     }
     m_isPortOpen = open;
-    m_received.clear();
     m_unsent.clear();
     if (open) {
         Q_EMIT portOpened();
-    } else {
-        Q_EMIT portClosed();
+        return;
     }
+    if (isThere()) {
+        tcflush(m_slave, TCIFLUSH); // what was not read is lost; should it fail, it is read by the next to come
+    }
+    Q_EMIT portClosed();
 }
 
 void Board::obey(const QByteArray &line) {

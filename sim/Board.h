@@ -4,7 +4,6 @@
 #include <QObject>
 #include <QSocketNotifier>
 #include <QString>
-#include <QTimer>
 
 #include <cstdint>
 #include <vector>
@@ -25,7 +24,7 @@ public:
     /// Path of the serial device, for "serial_port".
     QString portName() const { return m_portName; }
     bool isThere() const { return m_master >= 0; }
-    /// Whether the daemon has the port open; noticed within some milliseconds.
+    /// Whether the daemon has the port open.
     bool isPortOpen() const { return m_isPortOpen; }
 
     /// What the board says when it has started ("ARDUINO:READY").
@@ -58,19 +57,22 @@ Q_SIGNALS:
 
 private:
     bool makePort(const QString &devpts);
+    void watch(int fd, QSocketNotifier *&notifier, QSocketNotifier::Type type, void (Board::*handler)());
     void onReadable();
     void onWritable();
-    void waitForOpening();
-    void lookForOpening();
+    void lookWhoIsThere();
     void setPortOpen(bool open);
     void obey(const QByteArray &line);
     void setKeyed(bool keyed);
 
     int m_master = -1;
+    int m_slave = -1;    ///< kept open, so that the line lives on while the daemon does not
+    int m_openings = -1; ///< inotify on the port
     QString m_portName;
-    QSocketNotifier *m_readable = nullptr; ///< both children
+    QSocketNotifier *m_readable = nullptr; ///< children
     QSocketNotifier *m_writable = nullptr;
-    QTimer m_openingTimer;
+    QSocketNotifier *m_opened = nullptr;
+    int m_openCount = 0;
     bool m_isPortOpen = false;
     bool m_isKeyed = false;
     QByteArray m_received; ///< not yet a whole line
