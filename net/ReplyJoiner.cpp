@@ -3,17 +3,17 @@
 #include <QLatin1String>
 
 #include <algorithm>
-#include <array>
+#include <iterator>
 #include <utility>
 
 namespace {
 
-constexpr std::array splitKeywords = {QLatin1String("USER_PROFILE"), QLatin1String("USER_INFO_RESULT"),
-                                      QLatin1String("ANNOUNCEMENTS")};
+const QLatin1String splitKeywords[] = {QLatin1String("USER_PROFILE"), QLatin1String("USER_INFO_RESULT"),
+                                       QLatin1String("ANNOUNCEMENTS")};
 
 bool isFirstHalf(const QString &line) {
     const QString firstWord = line.section(QLatin1Char(' '), 0, 0);
-    return std::find(splitKeywords.begin(), splitKeywords.end(), firstWord) != splitKeywords.end() &&
+    return std::find(std::begin(splitKeywords), std::end(splitKeywords), firstWord) != std::end(splitKeywords) &&
            !line.contains(QLatin1Char('|'));
 }
 

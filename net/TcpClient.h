@@ -125,16 +125,15 @@ Q_SIGNALS:
     void announcementReceived(QVariantMap announcement);
     void announcementsListReceived(QList<QVariantMap> list);
 
-private Q_SLOTS:
+private:
+    class Replies;
+
     void onConnected();
     void onDisconnected();
     void onReadyRead();
     void onError(QAbstractSocket::SocketError code);
     void onHeartbeat();
     void onAttemptTimeout();
-
-private:
-    class Replies;
 
     void handleUnit(const ReplyUnit &unit);
     void onPong();

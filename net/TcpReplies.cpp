@@ -84,10 +84,11 @@ void TcpClient::Replies::handle(TcpClient &client, const QString &line) {
         qDebug() << "[TCP] Unknown command:" << line;
         return;
     }
-    if (row->note != nullptr && row->notedField > 0)
-        qDebug() << row->note << reply.value(row->notedField);
-    else if (row->note != nullptr)
-        qDebug() << row->note;
+    if (row->note != nullptr) {
+        QDebug note = qDebug() << row->note;
+        if (row->notedField > 0)
+            note << reply.value(row->notedField);
+    }
     if (row->handler != nullptr)
         row->handler(client, reply);
     if (!row->followUp.isEmpty())

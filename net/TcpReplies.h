@@ -15,7 +15,7 @@ public:
 
 private:
     struct Row {
-        const char *keyword;
+        const char *keyword = nullptr;
         void (*handler)(TcpClient &client, const ReplyFields &reply) = nullptr;
         const char *note = nullptr;
         int notedField = 0; ///< 0 for none

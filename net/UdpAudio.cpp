@@ -194,18 +194,19 @@ void UdpAudio::startLookup(const QString &host) {
         start(host, {literal});
         return;
     }
-    m_lookupId = QHostInfo::lookupHost(host, this, [this, host](const QHostInfo &info) { onLookedUp(host, info); });
+    m_lookupId = QHostInfo::lookupHost(host, this, &UdpAudio::onLookedUp);
 }
 
-void UdpAudio::onLookedUp(const QString &host, const QHostInfo &info) {
+void UdpAudio::onLookedUp(const QHostInfo &info) {
     // An answer already on its way when its look-up was abandoned still arrives.
     if (m_lookupId != info.lookupId())
         return;
     m_lookupId.reset();
-    if (info.error() != QHostInfo::NoError)
-        qWarning() << "[UDP] Failed to resolve host:" << host;
-    else
-        start(host, info.addresses());
+    if (info.error() == QHostInfo::NoError) {
+        start(info.hostName(), info.addresses());
+    } else {
+        qWarning() << "[UDP] Failed to resolve host:" << info.hostName();
+    }
 }
 
 void UdpAudio::start(const QString &host, const QList<QHostAddress> &addresses) {

@@ -58,18 +58,17 @@ Q_SIGNALS:
     void audioReceived(QByteArray data);
     void audioReceivedFrom(int userId, QByteArray data);
 
-private Q_SLOTS:
+private:
     void onReadyRead();
     void onHandshakeTimeout();
     void onHealthCheck();
     void onReinitialize();
 
-private:
     enum class Step { AwaitPong = 0, AwaitConfirmation = 1, Done = 2 };
 
     void goIdle();
     void startLookup(const QString &host);
-    void onLookedUp(const QString &host, const QHostInfo &info);
+    void onLookedUp(const QHostInfo &info);
     void start(const QString &host, const QList<QHostAddress> &addresses);
     bool bindSocket();
     void discardSocket();

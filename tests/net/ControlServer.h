@@ -22,7 +22,7 @@ public:
         if (!QTest::qWaitFor([&] { return m_server.hasPendingConnections() && client.isConnected(); }))
             return false;
         m_peer = m_server.nextPendingConnection();
-        return true;
+        return m_peer != nullptr;
     }
 
     /// Sends in one piece.

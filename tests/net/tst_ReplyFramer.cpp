@@ -8,10 +8,11 @@ namespace {
 QStringList takeAll(ReplyFramer &framer) {
     QStringList units;
     while (const auto unit = framer.next()) {
-        if (const auto *block = std::get_if<AudioBlock>(&*unit))
+        if (const auto *block = std::get_if<AudioBlock>(&*unit)) {
             units.append(QStringLiteral("<%1:%2>").arg(block->userId).arg(QString::fromLatin1(block->payload)));
-        else
+        } else {
             units.append(std::get<QString>(*unit));
+        }
     }
     return units;
 }
@@ -109,7 +110,7 @@ void TestReplyFramer::takesNoMemoryForAnAnnouncedLength() {
         framer.append("PONG\r\n");
         QVERIFY(!framer.next()); // all of it is payload
     }
-    QVERIFY(framer.bytesWorked() < 3 * 6020);
+    QVERIFY(framer.bytesWorked() < qint64{3} * 6020);
 }
 
 void TestReplyFramer::canBeFedAndClearedBetweenUnits() {

@@ -166,9 +166,10 @@ void TestReplyValues::readsAJsonObject() {
 
 void TestReplyValues::readsADirectoryOfTenThousandRecords() {
     QJsonArray records;
-    for (int id = 1; id <= 10000; ++id)
+    for (int id = 1; id <= 10000; ++id) {
         records.append(
             QJsonObject{{QStringLiteral("id"), id}, {QStringLiteral("callsign"), QStringLiteral("C%1").arg(id)}});
+    }
     const QByteArray json = QJsonDocument(records).toJson(QJsonDocument::Compact);
     const auto objects = jsonObjects(ReplyFields(QStringLiteral("ADMIN_ALL_USERS|") + QString::fromUtf8(json)));
     QVERIFY(objects);

@@ -337,7 +337,9 @@ void TestTcpClient::handlesRepliesInOrderHoweverTheyAreSplit() {
     server.say(stream);
     QTRY_COMPARE(journal.seen().size(), events.size());
     QCOMPARE(journal.take(), events);
-    QSignalSpy arrivals(client.findChild<QTcpSocket *>(), &QTcpSocket::readyRead);
+    const auto *const socket = client.findChild<QTcpSocket *>();
+    QVERIFY(socket != nullptr);
+    QSignalSpy arrivals(socket, &QTcpSocket::readyRead);
     for (int cut = 1; cut < stream.size(); ++cut) {
         arrivals.clear();
         server.say(stream.left(cut));

@@ -4,44 +4,22 @@
 
 #include <QtTest>
 
-/// What each reply of the server causes: log lines and signals in order, state, and commands sent in answer.
-class TestTcpReplies : public QObject {
-    Q_OBJECT
+namespace {
 
-private Q_SLOTS:
-    void initTestCase();
-    void handlesEveryReply_data();
-    void handlesEveryReply();
-    void keepsTheAccountOfTheLogin();
-    void namesTheRoomLastJoinedWhenLeaving();
-    void remembersTheLastReply();
-    void stopsTheHeartbeatWhenKicked_data();
-    void stopsTheHeartbeatWhenKicked();
-
-private:
-    ControlServer m_server;
-    TcpClient m_client;
-};
-
-void TestTcpReplies::initTestCase() {
-    QVERIFY(m_server.isListening());
-    QVERIFY(m_server.accept(m_client));
+void row(const char *line, std::initializer_list<const char *> events, const char *sent = "") {
+    QTest::newRow(line) << QString::fromUtf8(line) << entries(events) << QByteArray(sent);
 }
 
-void TestTcpReplies::handlesEveryReply_data() {
-    QTest::addColumn<QString>("line");
-    QTest::addColumn<QStringList>("events");
-    QTest::addColumn<QByteArray>("sent");
-    const auto row = [](const char *line, std::initializer_list<const char *> events, const char *sent = "") {
-        QTest::newRow(line) << QString::fromUtf8(line) << entries(events) << QByteArray(sent);
-    };
-    const char *const allUsers = "ADMIN_GET_ALL_USERS\r\n";
-    const char *const rooms = "ROOMS\r\n";
+const char *const allUsers = "ADMIN_GET_ALL_USERS\r\n";
+const char *const rooms = "ROOMS\r\n";
 
+void greetingAndPong() {
     row("PONG", {}); // none outstanding
     row("ROIP SERVER READY", {"debug [TCP] Server siap"});
     row("ROIP SERVER READY v2|x", {"debug [TCP] Server siap"});
+}
 
+void accountReplies() {
     row("LOGIN_OK|x|y|TRUE|42",
         {"debug [TCP] Login successful, user_id: 42 is_admin: true", "loginResult(true, Login berhasil)"});
     row("LOGIN_OK|tok|2|false|7|5|6|7|8|9|10|11|12|13|14|key",
@@ -59,7 +37,9 @@ void TestTcpReplies::handlesEveryReply_data() {
     row("REGISTER_OK", {"registerResult(true, Registrasi berhasil)"});
     row("REGISTER_FAILED|taken", {"registerResult(false, taken)"});
     row("REGISTER_FAILED", {"registerResult(false, Registrasi gagal)"});
+}
 
+void roomAndUserReplies() {
     row("ROOMS|Lobby,Room A,,B", {R"(roomListReceived(["Lobby","Room A","B"]))"});
     row("ROOMS|", {"roomListReceived([])"});
     row("ROOMS", {"roomListReceived([])"});
@@ -108,7 +88,9 @@ void TestTcpReplies::handlesEveryReply_data() {
     row("MUTED|1|by|Budi", {"adminMuted(true, by|Budi)"});
     row("MUTED|0|", {"adminMuted(false, )"});
     row("MUTED", {"adminMuted(false, )"});
+}
 
+void adminConfirmations() {
     row("ADMIN_KICK_OK", {"debug [TCP] Admin kick"}, allUsers);
     row("ADMIN_APPROVE_USER_OK", {"debug [TCP] Admin approve"}, allUsers);
     row("ADMIN_UNAPPROVE_USER_OK", {"debug [TCP] Admin unapprove"}, allUsers);
@@ -129,7 +111,9 @@ void TestTcpReplies::handlesEveryReply_data() {
     row("ADMIN_UNAPPROVE_OK", {"debug [TCP] Admin unapprove (alt) -- refreshing"}, allUsers);
     row("ADMIN_BAN_OK", {"debug [TCP] Admin ban -- refreshing"}, allUsers);
     row("ADMIN_MOVE_OK|7|Lobby", {"debug [TCP] Admin move -- refreshing"}, allUsers);
+}
 
+void noticesAndEndings() {
     row(R"(SERVER_INFO|{"name":"Kivo"})", {R"(serverInfoReceived({"name":"Kivo"}))"});
     row("AUDIO_QUALITY|high|64000|48000|20|8",
         {R"(audioQualityReceived({"bitrate":64000,"complexity":8,"frame_duration":20,"preset":"high",)"
@@ -144,7 +128,9 @@ void TestTcpReplies::handlesEveryReply_data() {
     row("BANNED|a|b", {"banned(a|b)", "errorOccurred(BANNED: a|b)"}, "QUIT\r\n");
     row(R"(ANNOUNCEMENT|{"text":"hi"})", {R"(announcementReceived({"text":"hi"}))"});
     row(R"(ANNOUNCEMENTS|[{"text":"hi"}])", {R"(announcementsListReceived([{"text":"hi"}]))"});
+}
 
+void unknownLines() {
     row("WHATEVER|x", {R"(debug [TCP] Unknown command: "WHATEVER|x")"});
     row("pong", {R"(debug [TCP] Unknown command: "pong")"});
     row("PONG|1", {R"(debug [TCP] Unknown command: "PONG|1")"});
@@ -152,6 +138,43 @@ void TestTcpReplies::handlesEveryReply_data() {
     row("ROOMS2|a", {R"(debug [TCP] Unknown command: "ROOMS2|a")"});
     row("ADMIN_APPROVE", {R"(debug [TCP] Unknown command: "ADMIN_APPROVE")"});
     row("|x", {R"(debug [TCP] Unknown command: "|x")"});
+}
+
+} // namespace
+
+/// What each reply of the server causes: log lines and signals in order, state, and commands sent in answer.
+class TestTcpReplies : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void handlesEveryReply_data();
+    void handlesEveryReply();
+    void keepsTheAccountOfTheLogin();
+    void namesTheRoomLastJoinedWhenLeaving();
+    void remembersTheLastReply();
+    void stopsTheHeartbeatWhenKicked_data();
+    void stopsTheHeartbeatWhenKicked();
+
+    ControlServer m_server;
+    TcpClient m_client;
+};
+
+void TestTcpReplies::initTestCase() {
+    QVERIFY(m_server.isListening());
+    QVERIFY(m_server.accept(m_client));
+}
+
+void TestTcpReplies::handlesEveryReply_data() {
+    QTest::addColumn<QString>("line");
+    QTest::addColumn<QStringList>("events");
+    QTest::addColumn<QByteArray>("sent");
+    greetingAndPong();
+    accountReplies();
+    roomAndUserReplies();
+    adminConfirmations();
+    noticesAndEndings();
+    unknownLines();
 }
 
 void TestTcpReplies::handlesEveryReply() {
