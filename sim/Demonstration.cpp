@@ -1,6 +1,7 @@
 #include "sim/Demonstration.h"
 
 #include "sim/MonotonicClock.h"
+#include "sim/Site.h"
 #include "sim/Witness.h"
 
 #include <QTimer>
@@ -17,14 +18,14 @@ using namespace std::chrono_literals;
 constexpr std::chrono::milliseconds settling = 800ms;
 
 constexpr double maxDelayMs = 2000.0;
+constexpr std::int64_t viewLeadNs = 500'000'000;
 
 } // namespace
 
-Demonstration::Demonstration(Radio &radio, Handset &handset, int gatewayId, Timeline &timeline, QObject *parent)
+Demonstration::Demonstration(Radio &radio, Handset &handset, Timeline &timeline, QObject *parent)
     : QObject(parent),
       m_radio(radio),
       m_handset(handset),
-      m_gatewayId(gatewayId),
       m_timeline(timeline) {}
 
 void Demonstration::start(const Pcm &fromRadio, const Pcm &fromRoom) {
@@ -49,10 +50,12 @@ void Demonstration::speakFromRadio() {
 }
 
 void Demonstration::listenInRoom() {
+    const int gatewayId = Site::gatewayAccount().id;
     const auto &frames = m_handset.member().heard();
-    const auto first = std::find_if(frames.begin(), frames.end(),
-                                    [this](const RoomMember::Heard &frame) { return frame.talkerId == m_gatewayId; });
-    m_heardInRoom = {m_handset.member().heardFrom(m_gatewayId),
+    const auto first = std::find_if(frames.begin(), frames.end(), [gatewayId](const RoomMember::Heard &frame) {
+        return frame.talkerId == gatewayId;
+    });
+    m_heardInRoom = {m_handset.member().heardFrom(gatewayId),
                      first != frames.end() ? first->timeNs : m_saidOnRadio.startNs};
     speakFromRoom();
 }
@@ -71,7 +74,7 @@ void Demonstration::listenOnAir() {
     // Only now: judging takes its time, and server and member share this thread.
     judge(lanes::radioToRoom(), m_saidOnRadio, m_heardInRoom);
     judge(lanes::roomToRadio(), m_saidInRoom, m_heardOnAir);
-    m_timeline.setView(m_startNs, now);
+    m_timeline.setView(m_startNs - viewLeadNs, now);
     Q_EMIT finished();
 }
 

@@ -25,7 +25,7 @@ public:
 
     /// What is said must be 48 kHz. Radio, handset and timeline must outlive the demonstration; the gateway's user id
     /// is the one its frames carry.
-    Demonstration(Radio &radio, Handset &handset, int gatewayId, Timeline &timeline, QObject *parent = nullptr);
+    Demonstration(Radio &radio, Handset &handset, Timeline &timeline, QObject *parent = nullptr);
 
     void start(const Pcm &fromRadio, const Pcm &fromRoom);
 
@@ -47,7 +47,6 @@ private:
 
     Radio &m_radio;
     Handset &m_handset;
-    int m_gatewayId;
     Timeline &m_timeline;
     std::int64_t m_startNs = 0;
     Recording m_saidOnRadio;

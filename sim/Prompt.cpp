@@ -25,6 +25,10 @@ bool choose(const QString &word, const std::vector<Choice> &choices) {
     return true;
 }
 
+QString gatewayCallsign() {
+    return Site::gatewayAccount().callsign;
+}
+
 QJsonObject withoutPassword(QJsonObject config) {
     config.insert(QStringLiteral("password"), QStringLiteral("***"));
     return config;
@@ -73,13 +77,11 @@ const std::vector<Prompt::Command> &Prompt::commands() {
     return table;
 }
 
-Prompt::Prompt(Site &site, Radio &radio, Handset &handset, const QString &gatewayCallsign, Display &display,
-               QObject *parent)
+Prompt::Prompt(Site &site, Radio &radio, Handset &handset, Display &display, QObject *parent)
     : QObject(parent),
       m_site(site),
       m_radio(radio),
       m_handset(handset),
-      m_gatewayCallsign(gatewayCallsign),
       m_display(display) {}
 
 void Prompt::execute(const QString &line) {
@@ -139,18 +141,18 @@ void Prompt::moveSquelch(const QString &how) {
 }
 
 void Prompt::kick(const QString &reason) {
-    m_site.server().kick(m_gatewayCallsign, reason);
+    m_site.server().kick(gatewayCallsign(), reason);
 }
 
 void Prompt::mute(const QString &how) {
-    const auto muted = [this](bool on) { m_site.server().mute(m_gatewayCallsign, on, QStringLiteral("ADMIN")); };
+    const auto muted = [this](bool on) { m_site.server().mute(gatewayCallsign(), on, QStringLiteral("ADMIN")); };
     if (!choose(how, {{QLatin1String("on"), [&] { muted(true); }}, {QLatin1String("off"), [&] { muted(false); }}})) {
         complain(QStringLiteral("mute on, or mute off"));
     }
 }
 
 void Prompt::move(const QString &room) {
-    m_site.server().move(m_gatewayCallsign, room);
+    m_site.server().move(gatewayCallsign(), room);
 }
 
 void Prompt::announceQuality(const QString &numbers) {

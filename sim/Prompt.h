@@ -17,9 +17,8 @@ class Prompt : public QObject {
     Q_OBJECT
 
 public:
-    /// All must outlive the prompt. Server commands (kick, mute, move) go to the gateway's callsign.
-    Prompt(Site &site, Radio &radio, Handset &handset, const QString &gatewayCallsign, Display &display,
-           QObject *parent = nullptr);
+    /// All must outlive the prompt. Commands of the server (kick, mute, move) go to the gateway.
+    Prompt(Site &site, Radio &radio, Handset &handset, Display &display, QObject *parent = nullptr);
 
     void execute(const QString &line);
     static QString help();
@@ -51,7 +50,6 @@ private:
     Site &m_site;
     Radio &m_radio;
     Handset &m_handset;
-    QString m_gatewayCallsign;
     Display &m_display;
     int m_dropped = 0; ///< numbers the command files
 };

@@ -205,10 +205,10 @@ void Painter::drawSpan(const Timeline::Span &span, const QString &colour) {
     }
 }
 
-/// Whole seconds, so far apart that no more than 15 fit.
+/// Whole seconds, so far apart that no more than 20 fit.
 double tickStep(double seconds) {
     for (const double step : {1.0, 2.0, 5.0, 10.0, 30.0}) {
-        if (seconds / step <= 15.0) {
+        if (seconds / step <= 20.0) {
             return step;
         }
     }

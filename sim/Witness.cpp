@@ -36,9 +36,10 @@ QString lanes::ptt() {
     return QStringLiteral("PTT (radio keyed)");
 }
 
-Witness::Witness(Site &site, Radio &radio, const QString &gatewayCallsign, Display &display, Timeline &timeline,
-                 QObject *parent)
-    : QObject(parent), m_gatewayCallsign(gatewayCallsign), m_display(display), m_timeline(timeline) {
+Witness::Witness(Site &site, Radio &radio, Display &display, Timeline &timeline, QObject *parent)
+    : QObject(parent),
+      m_display(display),
+      m_timeline(timeline) {
     for (const QString &lane : {lanes::radioToRoom(), lanes::squelch(), lanes::gatewayTalks(), lanes::roomToRadio(),
                                 lanes::memberTalks(), lanes::ptt()}) {
         m_timeline.addLane(lane);
@@ -82,7 +83,7 @@ void Witness::watchDaemon(Daemon &daemon) {
 }
 
 void Witness::onTalkingChanged(const QString &callsign, bool talking) {
-    const bool isGateway = callsign == m_gatewayCallsign;
+    const bool isGateway = callsign == Site::gatewayAccount().callsign;
     m_timeline.setState(isGateway ? lanes::gatewayTalks() : lanes::memberTalks(), talking, monotonicNs());
     const Talk talk = m_talks.take(callsign);
     if (talking) {

@@ -27,8 +27,7 @@ class Witness : public QObject {
 
 public:
     /// All must outlive the witness.
-    Witness(Site &site, Radio &radio, const QString &gatewayCallsign, Display &display, Timeline &timeline,
-            QObject *parent = nullptr);
+    Witness(Site &site, Radio &radio, Display &display, Timeline &timeline, QObject *parent = nullptr);
 
 private:
     /// What one member has said since it began to talk.
@@ -44,7 +43,6 @@ private:
     void onAudioRelayed(const QString &callsign, const QByteArray &frame);
     void onLogLine(const LogLine &line);
 
-    QString m_gatewayCallsign;
     Display &m_display;
     Timeline &m_timeline;
     QHash<QString, Talk> m_talks; ///< by callsign
