@@ -146,6 +146,9 @@ void unknownLines() {
 class TestTcpReplies : public QObject {
     Q_OBJECT
 
+    ControlServer m_server;
+    TcpClient m_client;
+
 private Q_SLOTS:
     void initTestCase();
     void handlesEveryReply_data();
@@ -155,9 +158,6 @@ private Q_SLOTS:
     void remembersTheLastReply();
     void stopsTheHeartbeatWhenKicked_data();
     void stopsTheHeartbeatWhenKicked();
-
-    ControlServer m_server;
-    TcpClient m_client;
 };
 
 void TestTcpReplies::initTestCase() {
