@@ -83,7 +83,7 @@ void resetHwid(Switchboard &board, Session &session, const QStringList &argument
 }
 
 void createRoom(Switchboard &board, Session &session, const QStringList &arguments) {
-    const QString name = arguments.at(0);
+    const QString &name = arguments.at(0);
     if (!board.rooms().add({name, randomKey(), arguments.at(1).toInt()})) {
         refuse(board, session, "Nama room tidak bisa dipakai");
         return;
@@ -92,7 +92,7 @@ void createRoom(Switchboard &board, Session &session, const QStringList &argumen
 }
 
 void deleteRoom(Switchboard &board, Session &session, const QStringList &arguments) {
-    const QString name = arguments.at(0);
+    const QString &name = arguments.at(0);
     if (!board.members(name).empty()) {
         refuse(board, session, "Room masih terisi");
         return;
@@ -106,7 +106,7 @@ void deleteRoom(Switchboard &board, Session &session, const QStringList &argumen
 
 /// Old name, new name, most members; the fourth argument is not used by any client.
 void editRoom(Switchboard &board, Session &session, const QStringList &arguments) {
-    const QString newName = arguments.at(1);
+    const QString &newName = arguments.at(1);
     Room *room = board.rooms().find(arguments.at(0));
     const Room *holder = board.rooms().find(newName);
     if (!room || newName.isEmpty() || (holder && holder != room)) {

@@ -34,7 +34,7 @@ public:
         : m_step(rateIn / std::gcd(rateIn, rateOut)),
           m_phases(rateOut / std::gcd(rateIn, rateOut)),
           m_cutoff(passBand * std::min(1.0, double(rateOut) / rateIn)),
-          m_reach(int(std::ceil(zeroCrossings / m_cutoff))),
+          m_reach(std::int64_t(std::ceil(zeroCrossings / m_cutoff))),
           m_weights(std::size_t(m_phases)) {}
 
     double at(const std::vector<std::int16_t> &samples, std::int64_t index) {
@@ -62,9 +62,9 @@ private:
     /// They add up to 1, so that a constant stays what it is.
     std::vector<double> makeWeights(double fraction) const {
         std::vector<double> weights;
-        for (int tap = 0; tap < 2 * m_reach; ++tap) {
-            const double distance = tap - m_reach + 1 - fraction;
-            weights.push_back(sinc(m_cutoff * distance) * window(distance / m_reach));
+        for (std::int64_t tap = 0; tap < 2 * m_reach; ++tap) {
+            const double distance = double(tap - m_reach + 1) - fraction;
+            weights.push_back(sinc(m_cutoff * distance) * window(distance / double(m_reach)));
         }
         const double sum = std::accumulate(weights.begin(), weights.end(), 0.0);
         for (double &weight : weights) {
@@ -75,8 +75,8 @@ private:
 
     std::int64_t m_step;
     int m_phases;
-    double m_cutoff; ///< in half rates of the input
-    int m_reach;     ///< input samples on each side
+    double m_cutoff;      ///< in half rates of the input
+    std::int64_t m_reach; ///< input samples on each side
     std::vector<std::vector<double>> m_weights;
 };
 

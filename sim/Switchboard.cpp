@@ -18,7 +18,7 @@ QString Switchboard::close(int id) {
         return {};
     }
     takeOut(*session);
-    const QString callsign = session->account ? session->account->callsign : QString();
+    QString callsign = session->account ? session->account->callsign : QString();
     m_sessions.erase(id);
     return callsign;
 }

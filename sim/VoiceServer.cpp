@@ -215,7 +215,12 @@ void VoiceServer::sendLine(int id, const QString &line) {
         sendPieces(id, bytes);
         return;
     }
-    QTimer::singleShot(m_replyDelayMs, Qt::PreciseTimer, this, [this, id, bytes] { sendPieces(id, bytes); });
+    auto *timer = new QTimer(this);
+    timer->setTimerType(Qt::PreciseTimer);
+    timer->setSingleShot(true);
+    connect(timer, &QTimer::timeout, this, [this, id, bytes] { sendPieces(id, bytes); });
+    connect(timer, &QTimer::timeout, timer, &QObject::deleteLater);
+    timer->start(m_replyDelayMs);
 }
 
 void VoiceServer::sendPieces(int id, const QByteArray &line) {

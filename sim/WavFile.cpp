@@ -119,8 +119,10 @@ std::optional<Pcm> readWav(const QString &path) {
 }
 
 bool writeWav(const QString &path, const Pcm &pcm) {
-    QByteArray data(int(pcm.samples.size()) * sampleBytes, Qt::Uninitialized);
-    qToLittleEndian<qint16>(pcm.samples.data(), qsizetype(pcm.samples.size()), data.data());
+    QByteArray data;
+    for (const std::int16_t sample : pcm.samples) {
+        append16(data, sample);
+    }
     QSaveFile file(path);
     return file.open(QIODevice::WriteOnly) && file.write(header(pcm, data.size()) + data) >= 0 && file.commit();
 }
