@@ -14,6 +14,8 @@ using Samples = std::vector<std::int16_t>;
 
 } // namespace
 
+Q_DECLARE_METATYPE(Keyings)
+
 class TestRadio : public QObject {
     Q_OBJECT
 
