@@ -26,13 +26,6 @@ std::span<const qint16> samplesOf(const QByteArray &array) {
     return {reinterpret_cast<const qint16 *>(array.constData()), size_t(array.size()) / sizeof(qint16)};
 }
 
-void configure(QTimer &timer, const char *name, std::chrono::milliseconds interval, bool singleShot) {
-    timer.setObjectName(QLatin1String(name));
-    timer.setTimerType(Qt::PreciseTimer);
-    timer.setInterval(interval);
-    timer.setSingleShot(singleShot);
-}
-
 void startSeconds(QTimer &timer, int seconds) {
     constexpr int longestMs = std::numeric_limits<int>::max();
     timer.start(seconds > longestMs / 1000 ? longestMs : seconds * 1000);
@@ -44,24 +37,27 @@ AudioEngine::AudioEngine(QString warningToneFile, QObject *parent, EpochClock cl
     : QObject(parent),
       m_clock(std::move(clock)),
       m_warningToneFile(std::move(warningToneFile)) {
-    configure(m_outputTimer, "output", 20ms, false);
-    configure(m_capturePoll, "capturePoll", 10ms, false);
-    configure(m_reopenTimer, "reopen", 100ms, true);
-    configure(m_retryTimer, "retry", 3000ms, true);
-    configure(m_totTimer, "tot", 0ms, true);
-    configure(m_totWarningTimer, "totWarning", 0ms, true);
-    connect(&m_outputTimer, &QTimer::timeout, this, &AudioEngine::onOutputBufferTimer);
-    connect(&m_capturePoll, &QTimer::timeout, this, &AudioEngine::onInputReadyRead);
-    connect(&m_reopenTimer, &QTimer::timeout, this, &AudioEngine::reopenAfterQualityChange);
-    connect(&m_retryTimer, &QTimer::timeout, this, &AudioEngine::retryPlayback);
-    connect(&m_totTimer, &QTimer::timeout, this, &AudioEngine::onTotExpired);
-    connect(&m_totWarningTimer, &QTimer::timeout, this, &AudioEngine::onTotWarning);
+    prepareTimer(m_outputTimer, "output", 20ms, false, &AudioEngine::onOutputBufferTimer);
+    prepareTimer(m_capturePoll, "capturePoll", 10ms, false, &AudioEngine::onInputReadyRead);
+    prepareTimer(m_reopenTimer, "reopen", 100ms, true, &AudioEngine::reopenAfterQualityChange);
+    prepareTimer(m_retryTimer, "retry", 3000ms, true, &AudioEngine::retryPlayback);
+    prepareTimer(m_totTimer, "tot", 0ms, true, &AudioEngine::onTotExpired);
+    prepareTimer(m_totWarningTimer, "totWarning", 0ms, true, &AudioEngine::onTotWarning);
     qDebug() << "[Audio] Engine created (Linux headless)";
 }
 
 AudioEngine::~AudioEngine() {
     stopPlayback();
     stopCapture();
+}
+
+void AudioEngine::prepareTimer(QTimer &timer, const char *name, std::chrono::milliseconds interval, bool singleShot,
+                               void (AudioEngine::*action)()) {
+    timer.setObjectName(QLatin1String(name));
+    timer.setTimerType(Qt::PreciseTimer);
+    timer.setInterval(interval);
+    timer.setSingleShot(singleShot);
+    connect(&timer, &QTimer::timeout, this, action);
 }
 
 // Codec and devices
@@ -276,11 +272,11 @@ void AudioEngine::emitEncoded(std::span<const qint16> frame) {
 
 // Network to radio
 
-void AudioEngine::onAudioReceived(QByteArray data) {
-    onAudioReceivedFrom(std::move(data), 0);
+void AudioEngine::onAudioReceived(const QByteArray &data) {
+    onAudioReceivedFrom(data, 0);
 }
 
-void AudioEngine::onAudioReceivedFrom(QByteArray data, quint32 userId) {
+void AudioEngine::onAudioReceivedFrom(const QByteArray &data, quint32 userId) {
     if (m_spkMuted || !m_playback.isOpen() || data.size() <= largestNonAudioPacket) {
         return;
     }

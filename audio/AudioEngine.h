@@ -15,6 +15,7 @@
 #include <QString>
 #include <QTimer>
 
+#include <chrono>
 #include <span>
 #include <vector>
 
@@ -93,14 +94,13 @@ public:
     /// them.
     void playPcm(const QByteArray &samples, int channels);
 
-public Q_SLOTS:
     /// The same as from talker 0, who is unknown.
-    void onAudioReceived(QByteArray data);
-    void onAudioReceivedFrom(QByteArray data, quint32 userId);
-    void onInputReadyRead();
-    void onOutputBufferTimer();
-    void onTotExpired();
-    void onTotWarning();
+    Q_SLOT void onAudioReceived(const QByteArray &data);
+    Q_SLOT void onAudioReceivedFrom(const QByteArray &data, quint32 userId);
+    Q_SLOT void onInputReadyRead();
+    Q_SLOT void onOutputBufferTimer();
+    Q_SLOT void onTotExpired();
+    Q_SLOT void onTotWarning();
 
 Q_SIGNALS:
     /// One Opus packet per captured frame, sealed while encryption is on.
@@ -113,6 +113,8 @@ Q_SIGNALS:
     void totExpired();
 
 private:
+    void prepareTimer(QTimer &timer, const char *name, std::chrono::milliseconds interval, bool singleShot,
+                      void (AudioEngine::*action)());
     void setFrameDuration(int ms);
     int frameSamples(int rateHz) const;
     bool createEncoder();

@@ -7,12 +7,12 @@
 
 /// The crypto library's functions, reached through one table so that a test can put others in their place.
 struct CryptoBinding {
-    int (*sodiumInit)();
-    void (*randomBytes)(void *buffer, size_t size);
+    int (*sodiumInit)() = nullptr;
+    void (*randomBytes)(void *buffer, size_t size) = nullptr;
     int (*secretboxEasy)(unsigned char *sealed, const unsigned char *message, unsigned long long messageSize,
-                         const unsigned char *nonce, const unsigned char *key);
+                         const unsigned char *nonce, const unsigned char *key) = nullptr;
     int (*secretboxOpenEasy)(unsigned char *message, const unsigned char *sealed, unsigned long long sealedSize,
-                             const unsigned char *nonce, const unsigned char *key);
+                             const unsigned char *nonce, const unsigned char *key) = nullptr;
     bool ready = false;
 };
 

@@ -44,7 +44,7 @@ void VoiceEncoder::reset() {
 }
 
 std::span<const unsigned char> VoiceEncoder::encode(std::span<const qint16> mono) {
-    if (!m_encoder) {
+    if (!m_encoder || mono.empty()) {
         return {};
     }
     const auto frame = fitChannels(mono, 1, m_channels, m_interleaved);

@@ -20,7 +20,7 @@ PcmHandle openPcm(const QString &device, snd_pcm_stream_t direction, int &error)
 template <class... Steps>
 int upToFirstError(Steps... steps) {
     int result = 0;
-    ((result = steps(), result >= 0) && ...);
+    static_cast<void>(((result = steps(), result >= 0) && ...));
     return result;
 }
 

@@ -1,9 +1,9 @@
 #include "audio/Channels.h"
 
 #include <QTest>
-#include <QVector>
 
 using Samples = std::vector<qint16>;
+Q_DECLARE_METATYPE(Samples)
 
 class TestChannels : public QObject {
     Q_OBJECT
@@ -67,6 +67,5 @@ void TestChannels::fitsTheNumberOfChannels() {
     QVERIFY(std::equal(result.begin(), result.end(), fitted.begin(), fitted.end()));
 }
 
-Q_DECLARE_METATYPE(Samples)
 QTEST_APPLESS_MAIN(TestChannels)
 #include "tst_Channels.moc"
