@@ -1,7 +1,5 @@
 #include "audio/ToneControl.h"
 
-#include "audio/Sample.h"
-
 #include <algorithm>
 #include <cmath>
 
@@ -19,8 +17,8 @@ void ToneControl::set(float bass, float mid, float treble, int rateHz) {
     m_mid = heldGainDb(mid);
     m_treble = heldGainDb(treble);
     const int designRateHz = std::max(rateHz, 8000);
-    m_filters = {lowShelf(m_bass, 150.0F, designRateHz), peaking(m_mid, 1000.0F, 0.9F, designRateHz),
-                 highShelf(m_treble, 3000.0F, designRateHz)};
+    m_filters = BiquadCascade({lowShelf(m_bass, 150.0F, designRateHz), peaking(m_mid, 1000.0F, 0.9F, designRateHz),
+                               highShelf(m_treble, 3000.0F, designRateHz)});
 }
 
 bool ToneControl::isFlat() const {
@@ -28,16 +26,6 @@ bool ToneControl::isFlat() const {
 }
 
 void ToneControl::process(std::span<qint16> frame) {
-    if (isFlat())
-        return;
-    // Sample by sample through all three, on copies the compiler can keep in registers: each filter waits for its own
-    // last output, and one filter's wait is another's turn.
-    auto [low, middle, high] = m_filters;
-    for (qint16 &sample : frame) {
-        const float shaped = high.process(middle.process(low.process(static_cast<float>(sample))));
-        sample = toSample(shaped, -32767.0F);
-    }
-    m_filters = {low, middle, high};
-    for (Biquad &filter : m_filters)
-        filter.endFaintDecay();
+    if (!isFlat())
+        m_filters.process(frame);
 }

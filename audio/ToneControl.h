@@ -4,7 +4,6 @@
 
 #include <QtGlobal>
 
-#include <array>
 #include <span>
 
 /// Three-band tone control of one direction: bass shelf at 150 Hz, mid peak at 1000 Hz, treble shelf at 3000 Hz.
@@ -31,5 +30,5 @@ private:
     float m_bass = 0.0F;
     float m_mid = 0.0F;
     float m_treble = 0.0F;
-    std::array<Biquad, 3> m_filters;
+    BiquadCascade m_filters;
 };

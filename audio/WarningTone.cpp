@@ -1,5 +1,6 @@
 #include "audio/WarningTone.h"
 
+#include "audio/Channels.h"
 #include "audio/Resampler.h"
 #include "audio/Sample.h"
 
@@ -133,20 +134,15 @@ QByteArray toBytes(std::span<const qint16> samples) {
     return {reinterpret_cast<const char *>(samples.data()), static_cast<int>(samples.size_bytes())};
 }
 
-Samples fitChannels(Samples samples, int from, int to) {
-    Samples fitted;
+// Only from one to two and from two to one; a file with other channels is played as it is.
+Samples fitToDevice(Samples samples, int from, int to) {
     if (from == 1 && to == 2) {
-        fitted.reserve(2 * samples.size());
-        for (const qint16 sample : samples)
-            fitted.insert(fitted.end(), 2, sample);
-        return fitted;
+        Samples both;
+        fitChannels(samples, from, to, both);
+        return both;
     }
-    if (from == 2 && to == 1) {
-        fitted.reserve(samples.size() / 2);
-        for (std::size_t i = 0; i + 1 < samples.size(); i += 2)
-            fitted.push_back(static_cast<qint16>((samples[i] + samples[i + 1]) / 2));
-        return fitted;
-    }
+    if (from == 2 && to == 1)
+        samples.resize(mixToMono(samples, from).size());
     return samples;
 }
 
@@ -194,7 +190,7 @@ std::optional<WavTone> warningToneFromWav(const QString &path, int deviceRateHz,
     samples = atDeviceRate(std::move(*samples), rateHz, deviceRateHz, resampler);
     if (!samples)
         return std::nullopt;
-    samples = fitChannels(std::move(*samples), format->channels, channels);
+    samples = fitToDevice(std::move(*samples), format->channels, channels);
     boost(*samples);
     return WavTone{toBytes(*samples), rateHz, format->channels};
 }
@@ -210,5 +206,5 @@ QByteArray syntheticWarningTone(int deviceRateHz, int channels) {
         tone.insert(tone.end(), deviceRateHz / 10, 0);
         tone.insert(tone.end(), sound.begin(), sound.end());
     }
-    return toBytes(fitChannels(std::move(tone), 1, channels));
+    return toBytes(fitToDevice(std::move(tone), 1, channels));
 }
