@@ -9,7 +9,7 @@ namespace sim {
 namespace {
 
 /// No command is this long; a client that sends it is not one of ours.
-constexpr qint64 longestLine = 1 << 20;
+constexpr qint64 longestLine = 16 << 10;
 
 } // namespace
 

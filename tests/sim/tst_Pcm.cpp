@@ -212,7 +212,7 @@ void TestPcm::resamplesASineToThatSine() {
     QFETCH(double, hz);
     const Pcm out = atRate(sine(hz, 20000, rateIn / 8, rateIn), rateOut);
     QCOMPARE(out.rateHz, rateOut);
-    QVERIFY(std::abs(out.seconds() - (rateIn / 8) / double(rateIn)) <= 1.0 / rateOut);
+    QVERIFY(std::abs(out.seconds() - double(rateIn / 8) / rateIn) <= 1.0 / rateOut);
     Pcm error = out;
     for (std::size_t i = 0; i < out.samples.size(); ++i) {
         error.samples[i] = std::int16_t(std::lround(out.samples[i] - sineAt(hz, 20000, i, rateOut)));
