@@ -18,8 +18,8 @@ constexpr std::int64_t meterLinePeriodNs = 500'000'000;
 
 QString meterText(const Display::Meter &meter) {
     const QString level =
-        meter.dbfs > floorDbfs ? QStringLiteral("%1 dB").arg(meter.dbfs, 3, 'f', 0) : QStringLiteral("   -  ");
-    return QStringLiteral("%1 [%2] %3").arg(meter.name, meterBar(meter.dbfs, barWidth), level);
+        meter.dbfs > floorDbfs ? QStringLiteral("%1 dB").arg(meter.dbfs, 0, 'f', 0) : QStringLiteral("-");
+    return QStringLiteral("%1 [%2] %3").arg(meter.name, meterBar(meter.dbfs, barWidth), level.rightJustified(6));
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "sim/AudioAnalysis.h"
 
+#include <QFileInfo>
 #include <QProcess>
 #include <QTemporaryDir>
 
@@ -14,9 +15,10 @@ constexpr double quietestSentenceDbfs = -60.0;
 constexpr int synthesisTimeoutMs = 10000;
 const auto wordsPerMinute = QStringLiteral("150");
 
-QString problemWith(const std::optional<Pcm> &pcm) {
+QString problemWith(const std::optional<Pcm> &pcm, bool isFile) {
     if (!pcm) {
-        return QStringLiteral("cannot be read as a WAV file of 16-bit PCM, mono or stereo");
+        return isFile ? QStringLiteral("cannot be read as a WAV file of 16-bit PCM, mono or stereo")
+                      : QStringLiteral("cannot be spoken: espeak-ng is missing or fails");
     }
     if (pcm->seconds() < shortestSentenceSeconds || pcm->seconds() > longestSentenceSeconds) {
         return QStringLiteral("takes %1 s; say something of 0.1 to 30 s").arg(pcm->seconds(), 0, 'f', 2);
@@ -48,9 +50,9 @@ Pcm withPauses(const Pcm &pcm) {
 }
 
 std::optional<Pcm> sentence(const QString &words, const char *voice, QString *problem) {
-    const bool isFile = words.endsWith(QLatin1String(".wav"), Qt::CaseInsensitive);
+    const bool isFile = words.endsWith(QLatin1String(".wav"), Qt::CaseInsensitive) || QFileInfo(words).isFile();
     const std::optional<Pcm> pcm = isFile ? readWav(words) : synthesised(words, voice);
-    const QString trouble = problemWith(pcm);
+    const QString trouble = problemWith(pcm, isFile);
     if (!trouble.isEmpty()) {
         *problem = QStringLiteral("\"%1\" %2").arg(words, trouble);
         return std::nullopt;

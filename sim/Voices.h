@@ -21,8 +21,8 @@ Pcm withPauses(const Pcm &pcm);
 constexpr auto radioVoice = "en-gb";
 constexpr auto roomVoice = "en-us+f3";
 
-/// Something to say, at 48 kHz: the WAV file when the words end in ".wav", else a synthetic voice (espeak-ng) saying
-/// them. Without a result, *problem says why, for the user to read.
+/// Something to say, at 48 kHz: the WAV file when the words name one, else a synthetic voice (espeak-ng) saying them.
+/// Without a result, *problem says why, for the user to read.
 std::optional<Pcm> sentence(const QString &words, const char *voice, QString *problem);
 
 } // namespace sim
