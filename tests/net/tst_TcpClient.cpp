@@ -1,3 +1,4 @@
+#include "ActiveTimers.h"
 #include "ControlServer.h"
 #include "SignalJournal.h"
 #include "net/TcpClient.h"
@@ -141,8 +142,7 @@ void TestTcpClient::reportsARefusedConnection() {
              QStringList{QStringLiteral("debug [TCP] Connecting to \"127.0.0.1\" : %1").arg(port)} +
                  entries({"warning [TCP] Error: \"Connection refused\"", "errorOccurred(Connection refused)"}));
     QCOMPARE(client.socketState(), QAbstractSocket::UnconnectedState);
-    for (const QTimer *timer : client.findChildren<QTimer *>())
-        QVERIFY(!timer->isActive());
+    QCOMPARE(activeTimers(client), 0);
 }
 
 void TestTcpClient::reportsAHostThatCannotBeResolved() {
@@ -294,18 +294,14 @@ void TestTcpClient::neverWritesAudio() {
 void TestTcpClient::pingsOnlyWhileConnected() {
     ControlServer server;
     TcpClient client(nullptr, steadyEpochMs, {.heartbeat = milliseconds(10)});
-    QTimer *const heartbeat = client.findChild<QTimer *>();
-    QVERIFY(heartbeat != nullptr);
-    QVERIFY(!heartbeat->isActive());
+    QCOMPARE(activeTimers(client), 0);
     QVERIFY(server.accept(client));
     QByteArray heard;
     QVERIFY(QTest::qWaitFor([&] { return (heard += server.peer()->readAll()).size() >= 18; }));
     QVERIFY(heard.startsWith("PING\r\nPING\r\nPING\r\n"));
     server.peer()->disconnectFromHost();
     QTRY_VERIFY(!client.isConnected());
-    QVERIFY(!heartbeat->isActive());
-    for (const QTimer *timer : client.findChildren<QTimer *>())
-        QVERIFY(!timer->isActive());
+    QCOMPARE(activeTimers(client), 0);
 }
 
 void TestTcpClient::measuresLatencyAgainstTheLatestPing() {
@@ -391,9 +387,9 @@ void TestTcpClient::startsCleanOnANewConnection() {
 
         QVERIFY(server.accept(client));
         SignalJournal journal(&client);
-        server.say("PONG\r\nTX_STOP_OK\r\n");
-        QTRY_VERIFY2(!journal.seen().isEmpty(), leftover.what);
-        QCOMPARE(journal.take(), entries({"transmitStopped()"}));
+        server.say("TX_STOP_OK\r\nPONG\r\nERROR|end\r\n");
+        QTRY_VERIFY2(journal.count("errorOccurred(end)") == 1, leftover.what);
+        QCOMPARE(journal.take(), entries({"transmitStopped()", "errorOccurred(end)"}));
     }
 }
 
@@ -445,8 +441,7 @@ void TestTcpClient::quitsOnlyWhenConnected() {
     QVERIFY(server.accept(client));
     client.quit();
     QCOMPARE(server.heard(client), QByteArray("QUIT\r\n"));
-    for (const QTimer *timer : client.findChildren<QTimer *>())
-        QVERIFY(!timer->isActive());
+    QCOMPARE(activeTimers(client), 0);
     server.peer()->disconnectFromHost();
     QTRY_VERIFY(!client.isConnected());
     client.quit();

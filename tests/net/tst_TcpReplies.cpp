@@ -1,3 +1,4 @@
+#include "ActiveTimers.h"
 #include "ControlServer.h"
 #include "SignalJournal.h"
 #include "net/TcpClient.h"
@@ -245,8 +246,7 @@ void TestTcpReplies::stopsTheHeartbeatWhenKicked() {
     server.say(reply + "ROOMS|a\r\n");
     QTRY_COMPARE(rooms.count(), 1);
     QVERIFY(server.heard(client).endsWith("QUIT\r\n"));
-    for (const QTimer *timer : client.findChildren<QTimer *>())
-        QVERIFY(!timer->isActive());
+    QCOMPARE(activeTimers(client), 0);
 }
 
 QTEST_GUILESS_MAIN(TestTcpReplies)

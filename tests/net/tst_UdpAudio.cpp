@@ -1,3 +1,4 @@
+#include "ActiveTimers.h"
 #include "SignalJournal.h"
 #include "net/UdpAudio.h"
 
@@ -105,6 +106,7 @@ private Q_SLOTS:
     void keepsTheHealthRules();
     void reinitializesASilentSocket();
     void reinitializesAClosedSocketThatHeardNothing();
+    void isNotReinitializedOnceEnabledAgain();
     void checksNothingBeforeItIsReady();
 };
 
@@ -219,8 +221,7 @@ void TestUdpAudio::becomesReadyByEachConfirmation() {
     server.say(confirmation);
     QTRY_VERIFY(link.isReady());
     QTEST(journal.take(), "events");
-    for (const QTimer *timer : link.findChildren<QTimer *>(QString(), Qt::FindDirectChildrenOnly))
-        QVERIFY(!timer->isActive() || timer->interval() == 30000); // only the health check goes on
+    QCOMPARE(activeTimers(link), 1); // the health check
 }
 
 void TestUdpAudio::leavesTheUserIdOutWhenItIsUnknown_data() {
@@ -269,9 +270,8 @@ void TestUdpAudio::failsWithoutAPong() {
              entries({"warning [UDP] Handshake timeout at step 0", "warning [UDP] No PONG received from server!",
                       "warning [UDP] UDP handshake failed! Using TCP fallback", "udpFailed()"}));
     QVERIFY(!link.isReady());
-    QVERIFY(server.hearsNothing()); // no second PING
-    for (const QTimer *timer : link.findChildren<QTimer *>(QString(), Qt::FindDirectChildrenOnly))
-        QVERIFY(!timer->isActive() || timer->interval() == 30000);
+    QVERIFY(server.hearsNothing());  // no second PING
+    QCOMPARE(activeTimers(link), 1); // the health check
 }
 
 void TestUdpAudio::isReadyWithoutAConfirmation() {
@@ -330,8 +330,7 @@ void TestUdpAudio::stopsTheOldHandshakeWhenEnabledAgain() {
     QCOMPARE(server.hear(), QByteArray("PING"));
     QSignalSpy failures(&link, &UdpAudio::udpFailed);
     link.enableUdp(QString(), 0, token);
-    for (const QTimer *timer : link.findChildren<QTimer *>(QString(), Qt::FindDirectChildrenOnly))
-        QVERIFY(!timer->isActive() || timer->interval() == 30000);
+    QCOMPARE(activeTimers(link), 1); // the health check
     QCOMPARE(failures.count(), 0);
 }
 
@@ -567,6 +566,21 @@ void TestUdpAudio::reinitializesAClosedSocketThatHeardNothing() {
     QCOMPARE(journal.take().first(),
              QStringLiteral("warning [UDP] Socket health check FAILED — state: QAbstractSocket::UnconnectedState "
                             "silent: 0 ms — reinitializing..."));
+}
+
+void TestUdpAudio::isNotReinitializedOnceEnabledAgain() {
+    qint64 nowMs = 1'700'000'000'000;
+    MediaServer server;
+    UdpAudio link(
+        nullptr, [&nowMs] { return nowMs; },
+        {.handshakeStep = milliseconds(3'600'000), .healthCheck = milliseconds(20), .reinitDelay = milliseconds(200)});
+    QVERIFY(makeReady(link, server));
+    SignalJournal journal(&link);
+    nowMs += 90001;
+    QTRY_VERIFY(!journal.seen().isEmpty());
+    link.enableUdp(host, server.port(), token);
+    QCOMPARE(server.hear(), QByteArray("PING"));
+    QCOMPARE(activeTimers(link), 2); // handshake and health check, no reinitialisation
 }
 
 void TestUdpAudio::checksNothingBeforeItIsReady() {
