@@ -4,6 +4,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 namespace sim {
@@ -69,6 +70,7 @@ struct CardMemory {
 };
 
 static_assert(std::atomic<std::uint32_t>::is_always_lock_free && std::atomic<std::int64_t>::is_always_lock_free);
-static_assert(sizeof(CardSide) == 24 && sizeof(CardMemory) == 80 + 2 * 4 * AirRing::frames);
+static_assert(sizeof(CardSide) == 24 && sizeof(CardMemory) == 80 + 2 * sizeof(AirRing) &&
+              sizeof(AirRing) == 4 * std::size_t(AirRing::frames));
 
 } // namespace sim

@@ -173,7 +173,7 @@ void SoundCard::failPlaybackWrites(bool fail) {
 }
 
 QString SoundCard::writeAlsaConfig(const QString &folder) {
-    const QString path = folder + QStringLiteral("/asound.conf");
+    QString path = folder + QStringLiteral("/asound.conf");
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly) || file.write(alsaConfig(folder)) < 0 || !file.commit()) {
         return {};
