@@ -165,7 +165,10 @@ void Board::setPortOpen(bool open) {
         return;
     }
     if (isThere()) {
-        tcflush(m_slave, TCIFLUSH); // what was not read is lost; should it fail, it is read by the next to come
+        // As when the last user closes a real port: what was not read is lost, and it is nobody's own any more. Should
+        // either fail, the next user notices.
+        tcflush(m_slave, TCIFLUSH);
+        ioctl(m_slave, TIOCNXCL);
     }
     Q_EMIT portClosed();
 }

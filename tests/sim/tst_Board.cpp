@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -176,6 +177,7 @@ void tst_Board::aClosedPortIsNoticedAndOpensAgain() {
     Port first(board);
     QTRY_COMPARE(opened.count(), 1);
     QVERIFY(first.write("PTT:1\n"));
+    QCOMPARE(ioctl(first.fd(), TIOCEXCL), 0);
     first.close();
     QTRY_COMPARE(closed.count(), 1);
     // Nobody told the board to let go: it still keys.
