@@ -21,16 +21,20 @@ public:
         QObject::connect(&engine, &AudioEngine::audioEncoded, [this](const QByteArray &data) { sent.push_back(data); });
     }
 
-    /// Packets from a talker at the pace of speech.
-    void receive(const std::vector<QByteArray> &packets, quint32 userId = 42) {
-        auto tick = std::chrono::steady_clock::now();
+    /// Packets from a talker at the pace of speech. False when this machine did not keep that pace.
+    bool receive(const std::vector<QByteArray> &packets, quint32 userId = 42) {
+        using namespace std::chrono;
+        auto tick = steady_clock::now();
+        bool keptPace = true;
         for (const QByteArray &packet : packets) {
             engine.onAudioReceivedFrom(packet, userId);
-            tick += std::chrono::milliseconds(20);
-            while (std::chrono::steady_clock::now() < tick) {
+            tick += milliseconds(20);
+            while (steady_clock::now() < tick) {
                 QTest::qWait(1);
             }
+            keptPace = keptPace && steady_clock::now() < tick + milliseconds(60);
         }
+        return keptPace;
     }
 
     /// What the radio has put on the air since this was made.

@@ -1,4 +1,5 @@
 #include "../config/LogCapture.h"
+#include "Hearing.h"
 #include "audio/CapturePcm.h"
 #include "sim/AudioAnalysis.h"
 #include "sim/SoundCard.h"
@@ -101,17 +102,19 @@ void TestCapturePcm::readsWhatTheCardHears() {
     QFETCH(int, rateHz);
     QFETCH(int, minChannels);
     m_rateHz = rateHz;
-    sim::SoundCard card(m_folder.path(), 2, {.rateHz = rateHz, .minChannels = minChannels});
-    CapturePcm pcm;
-    QCOMPARE(pcm.open(cardName, 48000), rateHz);
-    QVERIFY(pcm.start());
     const sim::Pcm fed = sim::tone(1000, -10, 0.4, rateHz);
-    card.feed(fed);
-    const sim::Pcm heard = record(pcm, 30);
+    sim::Pcm heard;
+    QVERIFY(undisturbed([&] {
+        sim::SoundCard card(m_folder.path(), 2, {.rateHz = rateHz, .minChannels = minChannels});
+        CapturePcm pcm;
+        const bool runs = pcm.open(cardName, 48000) == rateHz && pcm.start();
+        card.feed(fed);
+        heard = runs ? record(pcm, 30) : sim::Pcm();
+        return runs && card.captureXruns() == 0;
+    }));
     const auto first = std::find_if(heard.samples.begin(), heard.samples.end(), [](int s) { return s != 0; });
     QVERIFY(heard.samples.end() - first >= std::ptrdiff_t(fed.samples.size()) - 1);
     QVERIFY(std::equal(fed.samples.begin() + 1, fed.samples.end(), first)); // a sine starts at 0
-    QCOMPARE(card.captureXruns(), 0);
 }
 
 void TestCapturePcm::neverWaitsForAFrame() {
