@@ -43,8 +43,12 @@ void Display::showMeters(const std::vector<Meter> &meters) {
         line += (line.isEmpty() ? QString() : QStringLiteral("   ")) + meterText(meter);
     }
     if (isTerminal()) {
+        // With nothing to show and nothing to take away, what the user may be typing there stays.
+        const bool isNews = !line.isEmpty() || !m_meterLine.isEmpty();
         m_meterLine = line.isEmpty() ? line : QStringLiteral("%1  %2").arg(stamp(), line);
-        print(QString());
+        if (isNews) {
+            print(QString());
+        }
     } else if (const std::int64_t now = monotonicNs();
                !line.isEmpty() && now - m_lastMeterLineNs >= meterLinePeriodNs) {
         m_lastMeterLineNs = now;

@@ -1,9 +1,17 @@
 #include "sim/Handset.h"
 
 #include "sim/MonotonicClock.h"
+#include "sim/Site.h"
 #include "sim/Voices.h"
 
 namespace sim {
+
+void Handset::join(const VoiceServer &server, const QString &room) {
+    const Account account = Site::memberAccount();
+    m_member.disconnectFromServer();
+    m_member.connectToServer(QStringLiteral("127.0.0.1"), server.tcpPort(), server.udpPort(), account.callsign,
+                             account.password, room);
+}
 
 std::int64_t Handset::say(const Pcm &pcm) {
     const std::int64_t startNs = monotonicNs() + std::int64_t(pauseBeforeSeconds * 1e9);

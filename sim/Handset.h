@@ -2,6 +2,7 @@
 
 #include "sim/RoomMember.h"
 #include "sim/RunningLevel.h"
+#include "sim/VoiceServer.h"
 
 #include <cstdint>
 
@@ -12,6 +13,9 @@ class Handset {
 public:
     /// The member must outlive its handset.
     explicit Handset(RoomMember &member) : m_member(member) {}
+
+    /// Connects to the site's server, again if need be, and joins the room; RoomMember::ready() tells when it is there.
+    void join(const VoiceServer &server, const QString &room);
 
     /// Presses the key, says it a moment later, and lets go. Not while the member is speaking. 48 kHz. Returns when the
     /// sound begins, in CLOCK_MONOTONIC ns.

@@ -49,6 +49,8 @@ const std::vector<Prompt::Command> &Prompt::commands() {
          QStringLiteral("somebody says it on the radio's frequency"), &Prompt::sayFromRadio},
         {QStringLiteral("room"), QStringLiteral("WORDS|FILE.wav"), QStringLiteral("the member says it in the room"),
          &Prompt::sayFromRoom},
+        {QStringLiteral("member"), QStringLiteral("ROOM"),
+         QStringLiteral("the member joins that room, also after the server was away"), &Prompt::joinMember},
         {QStringLiteral("squelch"), QStringLiteral("open|close"), QStringLiteral("an empty carrier comes or goes"),
          &Prompt::moveSquelch},
         {QStringLiteral("kick"), QStringLiteral("REASON"), QStringLiteral("the server throws the gateway out"),
@@ -71,6 +73,7 @@ const std::vector<Prompt::Command> &Prompt::commands() {
          QStringLiteral("config.json, or the state file kivo-....json"), &Prompt::show},
         {QStringLiteral("log"), QStringLiteral("WORDS"),
          QStringLiteral("lines of the gateway's log that contain the words"), &Prompt::showLog},
+        {QStringLiteral("status"), QString(), QStringLiteral("how things stand on the site"), &Prompt::showStatus},
         {QStringLiteral("help"), QString(), QStringLiteral("this list"), &Prompt::showHelp},
         {QStringLiteral("quit"), QString(), QStringLiteral("take the site down"), &Prompt::quit},
     };
@@ -110,6 +113,31 @@ QString Prompt::help() {
 
 void Prompt::showHelp(const QString &) {
     m_display.showText(help());
+}
+
+void Prompt::showStatus(const QString &) {
+    const auto either = [](bool is, const char *yes, const char *no) { return QLatin1String(is ? yes : no); };
+    const auto inRoom = [](const QString &room) {
+        return room.isEmpty() ? QStringLiteral("in no room") : QStringLiteral("in the room ") + room;
+    };
+    const VoiceServer &server = m_site.server();
+    const QString gateway = gatewayCallsign();
+    m_display.showText(
+        QStringLiteral("gateway  %1, %2, %3\n"
+                       "radio    squelch %4, PTT %5\n"
+                       "card     capture %6, playback %7\n"
+                       "member   %8, %9\n")
+            .arg(either(m_site.daemon().isRunning(), "running", "not running"), inRoom(server.roomOf(gateway)),
+                 either(server.isTalking(gateway), "transmitting", "not transmitting"),
+                 either(m_radio.isSquelchOpen(), "open", "closed"), either(m_site.board().isKeyed(), "on", "off"),
+                 either(m_site.card().isCaptureOpen(), "open", "closed"),
+                 either(m_site.card().isPlaybackOpen(), "open", "closed"),
+                 inRoom(server.roomOf(Site::memberAccount().callsign)),
+                 either(m_handset.member().isSpeaking(), "speaking", "silent")));
+}
+
+void Prompt::joinMember(const QString &room) {
+    m_handset.join(m_site.server(), room);
 }
 
 void Prompt::sayFromRadio(const QString &words) {

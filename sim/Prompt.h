@@ -31,6 +31,8 @@ private:
     static const std::vector<Command> &commands();
 
     void showHelp(const QString &);
+    void showStatus(const QString &);
+    void joinMember(const QString &room);
     void sayFromRadio(const QString &words);
     void sayFromRoom(const QString &words);
     void moveSquelch(const QString &how);

@@ -42,10 +42,7 @@ bool Show::bringUp() {
         !m_site.waitForLog(QStringLiteral("[Arduino] Config sent"), readyTimeoutMs)) {
         return fail(QStringLiteral("the gateway does not get into its room"));
     }
-    const Account account = Site::memberAccount();
-    m_member.connectToServer(QStringLiteral("127.0.0.1"), m_site.server().tcpPort(), m_site.server().udpPort(),
-                             account.callsign, account.password,
-                             m_site.server().roomOf(Site::gatewayAccount().callsign));
+    m_handset.join(m_site.server(), m_site.server().roomOf(Site::gatewayAccount().callsign));
     if (!Site::waitFor([this] { return m_member.isReady(); }, readyTimeoutMs)) {
         return fail(QStringLiteral("the member does not get into the room"));
     }

@@ -43,7 +43,9 @@ CommandLine commandLineOf(const QCoreApplication &app) {
 /// The commands with which another shell enters this process's namespaces.
 QString lookInside(bool asRoot) {
     const QString user = asRoot ? QString() : QStringLiteral("--user --preserve-credentials ");
-    return QStringLiteral("nsenter --target %1 %2--mount --net ls -l /opt/kivo-appliance/tmp").arg(getpid()).arg(user);
+    return QStringLiteral("nsenter --target %1 %2--mount --root --net ls -l /opt/kivo-appliance/tmp")
+        .arg(getpid())
+        .arg(user);
 }
 
 int signalPipe[2];

@@ -17,7 +17,7 @@ private Q_SLOTS:
     void cleanupTestCase() { m_stage.reset(); }
     void squelchGoesToTheBoard();
     void everyDroppedCommandIsAFileInTheExchangeFolder();
-    void theServerCanBeStoppedAndStarted();
+    void theServerCanGoAndTheMemberComeBack();
     void unknownCommandsAndWordsDoNothing_data();
     void unknownCommandsAndWordsDoNothing();
     void quitIsPassedOn();
@@ -62,24 +62,19 @@ void TestPrompt::everyDroppedCommandIsAFileInTheExchangeFolder() {
     QCOMPARE(dropped(m_stage->site, 2).object(), (QJsonObject{{QStringLiteral("action"), QStringLiteral("leave")}}));
 }
 
-void TestPrompt::theServerCanBeStoppedAndStarted() {
+void TestPrompt::theServerCanGoAndTheMemberComeBack() {
     RoomMember &member = m_stage->member;
-    const auto connectMember = [&] {
-        const Account account = Site::memberAccount();
-        member.connectToServer(QStringLiteral("127.0.0.1"), 8080, 8082, account.callsign, account.password,
-                               QStringLiteral("Lobby"));
-    };
     execute("server start");
-    connectMember();
+    execute("member Hilltop");
     QTRY_VERIFY(member.isReady());
+    QCOMPARE(m_stage->site.server().roomOf(Site::memberAccount().callsign), QStringLiteral("Hilltop"));
     QSignalSpy gone(&m_stage->site.server(), &VoiceServer::clientDisconnected);
     execute("server stop");
     QTRY_COMPARE(gone.count(), 1);
-    member.disconnectFromServer();
-    QVERIFY(!member.isReady());
     execute("server start");
-    connectMember();
+    execute("member Lobby");
     QTRY_VERIFY(member.isReady());
+    QCOMPARE(m_stage->site.server().roomOf(Site::memberAccount().callsign), QStringLiteral("Lobby"));
 }
 
 void TestPrompt::unknownCommandsAndWordsDoNothing_data() {
@@ -110,7 +105,7 @@ void TestPrompt::quitIsPassedOn() {
 void TestPrompt::helpNamesEveryCommand_data() {
     QTest::addColumn<QString>("name");
     for (const char *name : {"radio", "room", "squelch", "kick", "mute", "move", "quality", "board", "card", "server",
-                             "drop", "show", "log", "help", "quit"}) {
+                             "drop", "show", "log", "member", "status", "help", "quit"}) {
         QTest::newRow(name) << QString::fromUtf8(name);
     }
 }
