@@ -92,9 +92,10 @@ void Appliance::createRadio() {
     m_gateway.radio = m_radio.get();
     const QJsonObject &settings = m_gateway.config.object();
     const QString port = Settings::serialPort(settings);
-    if (!port.isEmpty())
+    if (!port.isEmpty()) {
         m_radio->openPort(port, Settings::baudRate(settings), Settings::cosLogicHigh(settings),
                           Settings::pttInvert(settings));
+    }
     connect(m_gateway.radio, &ArduinoController::cosChanged, &m_traffic, &RadioTraffic::onCosChanged);
 }
 

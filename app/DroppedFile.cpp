@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr qint64 largestBytes = 1024 * 1024;
+constexpr qint64 largestBytes = 1 << 20; // 1 MiB
 
 } // namespace
 

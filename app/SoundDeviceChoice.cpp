@@ -8,7 +8,7 @@ namespace {
 
 QString firstCard(const CaptureProbe &opens) {
     for (int card = 0; card <= 3; ++card) {
-        const QString device = QStringLiteral("hw:%1,0").arg(card);
+        QString device = QStringLiteral("hw:%1,0").arg(card);
         if (opens(device))
             return device;
     }
@@ -23,7 +23,7 @@ QString chooseSoundDevice(const QString &configured, const CaptureProbe &opens) 
         return configured;
     }
     qWarning() << "[Appliance] Config device" << configured << "not available, auto-detecting...";
-    const QString detected = firstCard(opens);
+    QString detected = firstCard(opens);
     qDebug() << "[Appliance] Auto-detected audio device:" << detected;
     return detected;
 }

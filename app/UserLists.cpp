@@ -14,7 +14,7 @@ namespace {
 
 /// A directory of ten thousand accounts is a third of this; what somebody else puts under the name is not read without
 /// end.
-constexpr qint64 largestListBytes = 16 * 1024 * 1024;
+constexpr qint64 largestListBytes = 16 << 20; // 16 MiB
 
 QStringList callsignsOf(const QList<QVariantMap> &users) {
     QStringList callsigns;
@@ -113,10 +113,11 @@ void UserLists::storeOwnRecord(const QList<QVariantMap> &users) {
 }
 
 void UserLists::markMuted(int userId, bool muted) {
-    if (muted)
+    if (muted) {
         m_mutedIds.insert(userId);
-    else
+    } else {
         m_mutedIds.remove(userId);
+    }
     patchMuteMark(m_roomUsersFile, userId, muted);
     patchMuteMark(m_directoryFile, userId, muted);
 }

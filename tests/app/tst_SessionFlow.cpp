@@ -62,6 +62,17 @@ class TestSessionFlow : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    void theProgramWaitsTheseTimes() {
+        constexpr SessionDelays delays;
+        QVERIFY(delays.firstConnection == 500ms);
+        QVERIFY(delays.reconnection == 5s);
+        QVERIFY(delays.join == 1s);
+        QVERIFY(delays.roomsAfterJoin == 1500ms);
+        QVERIFY(delays.roomsInRoom == 500ms);
+        QVERIFY(delays.profile == 2s);
+        QVERIFY(delays.onlineUsers == 500ms);
+    }
+
     void itConnectsAndLogsIn() {
         TestSession test(account());
         LogCapture log;

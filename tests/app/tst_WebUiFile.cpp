@@ -71,6 +71,24 @@ private Q_SLOTS:
         QCOMPARE(TestRoot::read(m_file), QByteArray("z"));
     }
 
+    void anOrdinaryUsersWriteProtectedFileIsWritableTheNextTime() {
+        TestRoot::write(m_file, "x");
+        QCOMPARE(::chmod(native(m_file).constData(), 0400), 0);
+        const uid_t before = ::geteuid();
+        if (before == 0) {
+            constexpr uid_t nobody = 65534;
+            for (const QString &path : {m_root->paths().root, m_root->paths().exchangeDir(), m_file})
+                QCOMPARE(::chown(native(path).constData(), nobody, gid_t(-1)), 0);
+            QCOMPARE(::seteuid(nobody), 0);
+        }
+        writeWebUiFile(m_file, "y");
+        const int permissions = permissionsOf(m_file);
+        writeWebUiFile(m_file, "z");
+        QCOMPARE(::seteuid(before), 0);
+        QCOMPARE(permissions, 0664);
+        QCOMPARE(TestRoot::read(m_file), QByteArray("z"));
+    }
+
     void theFileBelongsToRootAndTheWebUisGroup() {
         const struct group *webUi = ::getgrnam("www-data");
         if (!webUi || ::geteuid() != 0)
