@@ -2,6 +2,7 @@
 
 #include <QtGlobal>
 
+#include <algorithm>
 #include <limits>
 
 /// A computed value as a sample: held within lowest..32767, its fraction cut off (toward zero).
@@ -12,7 +13,5 @@
 template <class Real>
 inline qint16 toSample(Real value, Real lowest) {
     constexpr Real highest = std::numeric_limits<qint16>::max();
-    value = value < lowest ? lowest : value;
-    value = value > highest ? highest : value;
-    return static_cast<qint16>(value);
+    return static_cast<qint16>(std::min(std::max(value, lowest), highest));
 }
