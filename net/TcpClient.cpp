@@ -14,6 +14,10 @@
 
 namespace {
 
+/// What is taken from the network in one turn of the event loop, so that a flood of replies cannot hold up the radio.
+/// The kernel keeps the rest, and the server waits.
+constexpr qint64 bytesPerTurn = 4096;
+
 /// The bytes of one command. A line end or NUL inside would start a second command or cut this one short.
 QByteArray commandBytes(QString line) {
     const auto breaksLine = [](QChar c) {
@@ -33,6 +37,7 @@ TcpClient::TcpClient(QObject *parent, EpochClock clock, TcpTimings timings)
       m_heartbeat(this),
       m_attemptTimer(this) {
     m_attemptTimer.setSingleShot(true);
+    m_socket->setReadBufferSize(bytesPerTurn);
     connect(m_socket, &QTcpSocket::connected, this, &TcpClient::onConnected);
     connect(m_socket, &QTcpSocket::disconnected, this, &TcpClient::onDisconnected);
     connect(m_socket, &QTcpSocket::readyRead, this, &TcpClient::onReadyRead);

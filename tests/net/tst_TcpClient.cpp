@@ -94,6 +94,7 @@ private Q_SLOTS:
     void pingsOnlyWhileConnected();
     void measuresLatencyAgainstTheLatestPing();
     void handlesRepliesInOrderHoweverTheyAreSplit();
+    void leavesTheEventLoopItsTurnDuringAFlood();
     void joinsRepliesSentInTwoLines();
     void handsOnAudioBlocks();
     void startsCleanOnANewConnection();
@@ -344,6 +345,30 @@ void TestTcpClient::handlesRepliesInOrderHoweverTheyAreSplit() {
         QTRY_COMPARE(journal.seen().size(), events.size());
         QCOMPARE(journal.take(), events);
     }
+}
+
+void TestTcpClient::leavesTheEventLoopItsTurnDuringAFlood() {
+    constexpr int replies = 50000;
+    ControlServer server;
+    TcpClient client;
+    QVERIFY(server.accept(client));
+    int handled = 0;
+    int handledBefore = 0;
+    int mostPerTurn = 0;
+    connect(&client, &TcpClient::roomListReceived, this, [&] { ++handled; });
+    QTimer turn;
+    connect(&turn, &QTimer::timeout, this, [&] {
+        mostPerTurn = std::max(mostPerTurn, handled - handledBefore);
+        handledBefore = handled;
+    });
+    turn.start(0);
+    QSignalSpy ended(&client, &TcpClient::disconnected);
+    server.say(QByteArray("ROOMS|Lobby\r\n").repeated(replies));
+    server.peer()->disconnectFromHost();
+    QTRY_COMPARE_WITH_TIMEOUT(ended.count(), 1, 20000);
+    QCOMPARE(handled, replies); // none was lost with the connection
+    // 13 bytes each; two reads may fall between two ticks of the timer.
+    QVERIFY2(mostPerTurn <= 2 * 4096 / 13, qPrintable(QString::number(mostPerTurn)));
 }
 
 void TestTcpClient::joinsRepliesSentInTwoLines() {
