@@ -23,6 +23,7 @@ Appliance::Appliance(const AppliancePaths &paths, CaptureProbe probe, const Sess
 Appliance::~Appliance() = default;
 
 void Appliance::start() {
+    m_gateway.config.object(); // loaded now, so that its own log line comes before those of the components
     createLink();
     createMedia();
     createEngine();

@@ -39,9 +39,10 @@ private Q_SLOTS:
         QVERIFY2(output.startsWith("info ============================================\n"
                                    "info   Kivo Darvi Linux Appliance v \"4.1.7\"\n"
                                    "info   Mode: Headless (Arduino COS/PTT)\n"
-                                   "info ============================================\n"),
+                                   "info ============================================\n"
+                                   "debug [Config] No config file, using defaults\n"),
                  output.constData());
-        const QByteArray inOrder[] = {"debug [Config] No config file, using defaults\n",
+        const QByteArray inOrder[] = {"debug [Audio] Engine created (Linux headless)\n",
                                       "warning [Appliance] Config device \"hw:1,0\" not available, auto-detecting...\n",
                                       "debug [Appliance] Auto-detected audio device: \"hw:1,0\"\n",
                                       "debug [Appliance] Audio device: \"hw:1,0\"\n",
