@@ -68,6 +68,13 @@ inline sim::Pcm heardOnAir(TestSite &site, sim::RoomMember &member, const sim::P
     return onAir;
 }
 
+/// How many bytes were waiting when playback first began at these rates; 0 when it never did.
+inline int bytesAtBeginning(TestSite &site, const QString &ratesAndRatio) {
+    const QString beginning = "[Audio] SW buffer primed | "_s + ratesAndRatio + " | bufSize: "_s;
+    const QString line = site.daemon().logged(beginning).value(0);
+    return line.endsWith(" bytes"_s) ? line.mid(beginning.size()).chopped(6).toInt() : 0;
+}
+
 /// What is wrong with a sound that should be this tone and nothing else; empty when nothing is. A single frame left out
 /// shows in the share, unless the tone has a whole number of waves per frame.
 /// @param dbfs  peak level
