@@ -7,12 +7,14 @@
 
 namespace sim {
 
-/// Standard input, line by line, without ever waiting for it.
+/// What comes in through a descriptor, line by line, without ever waiting for it. A last line need not end with a line
+/// feed; blanks around a line are dropped.
 class InputLines : public QObject {
     Q_OBJECT
 
 public:
-    explicit InputLines(QObject *parent = nullptr);
+    /// @param fd  stays the caller's
+    explicit InputLines(int fd, QObject *parent = nullptr);
 
 Q_SIGNALS:
     void line(QString text);
@@ -20,6 +22,8 @@ Q_SIGNALS:
 
 private:
     void onReadable();
+    void takeLines();
+    void end();
 
     QSocketNotifier m_notifier;
     QByteArray m_rest;

@@ -6,6 +6,8 @@
 #include <QDir>
 #include <QFile>
 
+#include <unistd.h>
+
 namespace sim {
 namespace {
 
@@ -109,7 +111,7 @@ void Show::openPrompt() {
                                       "  show status\n\n"
                                       "Another shell looks into the site with:\n\n  %2\n\n")
                            .arg(Prompt::help(), m_options.lookInside));
-    m_input.emplace();
+    m_input.emplace(STDIN_FILENO);
     QObject::connect(&*m_input, &InputLines::line, [this](const QString &line) { m_prompt.execute(line); });
     QObject::connect(&*m_input, &InputLines::ended, [] {
         // Ctrl-D at a terminal. Elsewhere nobody may have been there to type: then the site stays until it is told to

@@ -218,7 +218,8 @@ double tickStep(double seconds) {
 void Painter::drawTimeAxis(double bottom) {
     const Timeline::Span view = m_timeline.view();
     const double step = tickStep(view.to - view.from);
-    for (double seconds = std::ceil(view.from / step) * step; seconds <= view.to; seconds += step) {
+    for (int tick = int(std::ceil(view.from / step)); tick * step <= view.to; ++tick) {
+        const double seconds = tick * step;
         line(xAt(seconds), headingHeight, xAt(seconds), bottom + 6);
         text(xAt(seconds), bottom + 21, QString::number(seconds, 'f', 0),
              {{"class", QStringLiteral("small")}, {"text-anchor", QStringLiteral("middle")}});
