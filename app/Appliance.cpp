@@ -10,9 +10,11 @@
 
 #include <utility>
 
-Appliance::Appliance(const AppliancePaths &paths, CaptureProbe probe, const SessionDelays &delays)
+Appliance::Appliance(const AppliancePaths &paths, CaptureProbe probe, const SessionDelays &delays,
+                     const TimerPeriods &periods)
     : m_gateway(paths),
       m_probe(std::move(probe)),
+      m_periods(periods),
       m_stateFiles(m_gateway),
       m_traffic(m_gateway, m_stateFiles),
       m_session(m_gateway, m_stateFiles, m_traffic, delays),
@@ -101,20 +103,20 @@ void Appliance::createRadio() {
 }
 
 template <class Receiver>
-void Appliance::repeat(int periodMs, Receiver *receiver, void (Receiver::*tick)()) {
+void Appliance::repeat(std::chrono::milliseconds period, Receiver *receiver, void (Receiver::*tick)()) {
     auto &timer = m_timers.emplace_back(std::make_unique<QTimer>());
     connect(timer.get(), &QTimer::timeout, receiver, tick);
-    timer->start(periodMs);
+    timer->start(period);
 }
 
 void Appliance::startTimers() {
-    repeat(200, &m_stateFiles, &StateFiles::writeLevels);
-    repeat(2000, &m_stateFiles, &StateFiles::writeStatus);
-    repeat(5000, &m_session, &SessionFlow::ping);
+    repeat(m_periods.levels, &m_stateFiles, &StateFiles::writeLevels);
+    repeat(m_periods.status, &m_stateFiles, &StateFiles::writeStatus);
+    repeat(m_periods.ping, &m_session, &SessionFlow::ping);
     connect(m_gateway.link, &TcpClient::pingUpdated, &m_stateFiles, &StateFiles::onPingUpdated);
-    repeat(10000, &m_session, &SessionFlow::refresh);
-    repeat(2000, &m_loginTrigger, &LoginTrigger::check);
-    repeat(500, &m_commands, &CommandIntake::scan);
+    repeat(m_periods.refresh, &m_session, &SessionFlow::refresh);
+    repeat(m_periods.loginTrigger, &m_loginTrigger, &LoginTrigger::check);
+    repeat(m_periods.commands, &m_commands, &CommandIntake::scan);
 }
 
 void Appliance::connectFirst() {

@@ -12,6 +12,7 @@
 #include <QObject>
 #include <QTimer>
 
+#include <chrono>
 #include <memory>
 #include <vector>
 
@@ -19,6 +20,18 @@ class ArduinoController;
 class AudioEngine;
 class TcpClient;
 class UdpAudio;
+
+/// How often the gateway does what it repeats; a test hands in shorter periods.
+struct TimerPeriods {
+    using ms = std::chrono::milliseconds;
+
+    ms levels{200};
+    ms status{2000};
+    ms ping{5000};
+    ms refresh{10000};
+    ms loginTrigger{2000};
+    ms commands{500};
+};
 
 /// The whole gateway: owns the components, the rules and the timers, and connects them.
 ///
@@ -31,7 +44,7 @@ class Appliance : public QObject {
 
 public:
     explicit Appliance(const AppliancePaths &paths = {}, CaptureProbe probe = opensForCapture,
-                       const SessionDelays &delays = {});
+                       const SessionDelays &delays = {}, const TimerPeriods &periods = {});
     ~Appliance() override;
 
     /// Creates and wires the components, starts the timers and schedules the first connection. Called once.
@@ -45,11 +58,12 @@ private:
     void createRadio();
     void startTimers();
     template <class Receiver>
-    void repeat(int periodMs, Receiver *receiver, void (Receiver::*tick)());
+    void repeat(std::chrono::milliseconds period, Receiver *receiver, void (Receiver::*tick)());
     void connectFirst();
 
     Gateway m_gateway;
     const CaptureProbe m_probe;
+    const TimerPeriods m_periods;
 
     std::unique_ptr<TcpClient> m_link;
     std::unique_ptr<UdpAudio> m_media;

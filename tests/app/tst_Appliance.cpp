@@ -16,7 +16,9 @@ bool nullDevice(const QString &device) {
 
 /// The whole gateway between a fake server and a fake board, with sound devices that swallow and give silence.
 struct TestSite {
-    explicit TestSite(const QJsonObject &more = {}) : root(config(more)), appliance(root.paths(), nullDevice, quick) {}
+    explicit TestSite(const QJsonObject &more = {}, const TimerPeriods &periods = {})
+        : root(config(more)),
+          appliance(root.paths(), nullDevice, quick, periods) {}
 
     QJsonObject config(const QJsonObject &more) const {
         QJsonObject all = {{"server_address"_s, "127.0.0.1"_s},
@@ -71,6 +73,48 @@ private Q_SLOTS:
                                           "info [Audio] RX Tone Bass: 0 Mid: 0 Treble: 6"_s,
                                           "debug [Appliance] Audio device: \"null\""_s,
                                           "info [Arduino] Connected to \"%1\" @ 9600"_s.arg(site.board.portName())}));
+    }
+
+    void theProgramRepeatsAtThesePeriods() {
+        constexpr TimerPeriods periods;
+        QVERIFY(periods.levels == 200ms);
+        QVERIFY(periods.status == 2s);
+        QVERIFY(periods.ping == 5s);
+        QVERIFY(periods.refresh == 10s);
+        QVERIFY(periods.loginTrigger == 2s);
+        QVERIFY(periods.commands == 500ms);
+    }
+
+    void theServerIsPingedAndAskedForItsListsAgainAndAgain() {
+        TimerPeriods periods;
+        periods.ping = 20ms;
+        periods.refresh = 30ms;
+        TestSite site({}, periods);
+        site.logIn();
+        for (int round = 0; round < 3; ++round) { // a login and a join ask for some of the lists once
+            site.server.forget();
+            for (const char *command : {"PING", "ROOMS", "ONLINE_USERS", "ADMIN_GET_ALL_USERS"})
+                QVERIFY2(site.server.hears(command), command);
+        }
+    }
+
+    void stateFilesAreWrittenAgainAndAgain_data() {
+        QTest::addColumn<QString>("file");
+        QTest::newRow("status") << "kivo-status.json";
+        QTest::newRow("levels") << "kivo-vu.json";
+    }
+    void stateFilesAreWrittenAgainAndAgain() {
+        QFETCH(QString, file);
+        TimerPeriods periods;
+        periods.status = 20ms;
+        periods.levels = 10ms;
+        TestSite site({{"server_address"_s, ""_s}}, periods);
+        site.appliance.start();
+        for (int round = 0; round < 2; ++round) {
+            const QString path = site.root.paths().exchangeDir() + QLatin1Char('/') + file;
+            QTRY_VERIFY(QFile::exists(path));
+            QVERIFY(QFile::remove(path));
+        }
     }
 
     void withoutASerialPortTheRadioStaysClosed() {
