@@ -91,7 +91,8 @@ std::optional<WavFormat> formatOf(const QByteArray &file) {
 // A last odd byte is no sample.
 Samples toSamples(const char *bytes, qsizetype size) {
     Samples samples(size / sizeof(qint16));
-    qFromLittleEndian<qint16>(bytes, static_cast<qsizetype>(samples.size()), samples.data());
+    for (std::size_t i = 0; i < samples.size(); ++i)
+        samples[i] = qFromLittleEndian<qint16>(bytes + sizeof(qint16) * i);
     return samples;
 }
 

@@ -384,10 +384,14 @@ void TestToneControl::survivesAbsurdRates() {
 void TestToneControl::decaysIntoSilenceAndAnswersAsEverAfterwards() {
     ToneControl control = toneControl(-9.0F, 5.0F, 3.0F, 48000);
     WrittenOut written(-9.0F, 5.0F, 3.0F, 48000);
-    for (int round = 0; round < 3; ++round) {
+    for (const int silentFrames : {1, 2, 5, 20, 100, 1}) {
         QCOMPARE(processed(control, noise(960)), written.process(noise(960)));
-        for (int i = 0; i < 100; ++i)
+        for (int i = 0; i < silentFrames; ++i)
             QCOMPARE(processed(control, Frame(960, 0)), written.process(Frame(960, 0)));
+    }
+    for (int pause = 0; pause < 2000; ++pause) { // cut into the decay at every depth
+        QCOMPARE(processed(control, noise(96)), written.process(noise(96)));
+        QCOMPARE(processed(control, Frame(pause, 0)), written.process(Frame(pause, 0)));
     }
 }
 
