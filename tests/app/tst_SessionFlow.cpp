@@ -1,62 +1,4 @@
-#include "../config/LogCapture.h"
-#include "TestGateway.h"
-#include "app/SessionFlow.h"
-
-using namespace std::chrono_literals;
-
-namespace {
-
-constexpr SessionDelays quick = {5ms, 40ms, 10ms, 15ms, 5ms, 25ms, 5ms};
-
-/// The gateway with its session, connected as start-up connects it.
-struct TestSession : TestGateway {
-    explicit TestSession(const QJsonObject &config = {}, const SessionDelays &delays = quick)
-        : TestGateway(config),
-          flow(gateway, files, traffic, delays) {
-        QObject::connect(&link, &TcpClient::connected, &flow, &SessionFlow::onConnected);
-        QObject::connect(&link, &TcpClient::disconnected, &flow, &SessionFlow::onDisconnected);
-        QObject::connect(&link, &TcpClient::errorOccurred, &flow, &SessionFlow::onLinkError);
-        QObject::connect(&link, &TcpClient::loginResult, &flow, &SessionFlow::onLoginResult);
-        QObject::connect(&link, &TcpClient::joinRoomResult, &flow, &SessionFlow::onJoinRoomResult);
-        QObject::connect(&link, &TcpClient::leaveRoomResult, &flow, &SessionFlow::onLeaveRoomResult);
-        QObject::connect(&link, &TcpClient::roomKeyReceived, &flow, &SessionFlow::onRoomKey);
-    }
-
-    void start() {
-        flow.scheduleFirstConnection();
-        QTRY_VERIFY(gateway.session.connected && server.hasClient());
-    }
-
-    bool isStatus(const char *key, const QJsonValue &value) const {
-        return root.exchanged("kivo-status.json").object().value(QLatin1String(key)) == value;
-    }
-
-    SessionFlow flow;
-};
-
-QJsonObject account(QJsonObject more = {}) {
-    more.insert("callsign"_s, "ab1cd"_s);
-    more.insert("password"_s, "secret"_s);
-    more.insert("hwid"_s, "h1"_s);
-    return more;
-}
-
-/// What the session itself has logged.
-QStringList own(const QStringList &lines) {
-    QStringList kept;
-    for (const QString &line : lines) {
-        if (!line.contains("[TCP]"_s) && !line.contains("[UDP]"_s) && !line.contains("[Config]"_s))
-            kept.append(line);
-    }
-    return kept;
-}
-
-/// No connection is made in more than the time of two reconnections.
-bool isLeftAlone(TestSession &test) {
-    return !QSignalSpy(&test.server, &QTcpServer::newConnection).wait(100);
-}
-
-} // namespace
+#include "TestSession.h"
 
 class TestSessionFlow : public QObject {
     Q_OBJECT
@@ -194,27 +136,6 @@ private Q_SLOTS:
         QVERIFY(lines.contains("debug [UDP]   token length: 4"_s));
     }
 
-    void aRefusedDeviceIsNotTriedAgain_data() {
-        QTest::addColumn<QByteArray>("reason");
-        QTest::newRow("device") << QByteArray("Perangkat ini ditolak");
-        QTest::newRow("not registered") << QByteArray("HWID tidak terdaftar");
-    }
-    void aRefusedDeviceIsNotTriedAgain() {
-        QFETCH(QByteArray, reason);
-        TestSession test(account());
-        test.start();
-        test.server.heardBefore("LOGIN AB1CD secret h1");
-        LogCapture log;
-        test.server.say("LOGIN_FAILED|" + reason);
-        QVERIFY(test.server.hears("QUIT"));
-        QCOMPARE(own(log.take()),
-                 QStringList("warning [Appliance] Login failed: \""_s + QString::fromLatin1(reason) + "\""_s));
-        test.server.hangUp();
-        QTRY_VERIFY(!test.gateway.session.connected);
-        QVERIFY(isLeftAlone(test));
-        QVERIFY(test.gateway.session.loginBlocked);
-    }
-
     void anotherLoginFailureKeepsTheLink() {
         TestSession test(account());
         test.start();
@@ -344,93 +265,6 @@ private Q_SLOTS:
         QCOMPARE(test.engine.openFrame(sealed), packet);
         test.flow.onRoomKey(QString::fromLatin1(QByteArray(32, 'q').toBase64()));
         QCOMPARE(test.engine.openFrame(sealed), QByteArray());
-    }
-
-    void aLostLinkReleasesEverythingAndComesBack() {
-        TestSession test(account());
-        test.openBoard();
-        test.start();
-        test.flow.onJoinRoomResult(true, "Hill"_s);
-        test.traffic.onCosChanged(true);
-        test.traffic.followTalker("AA1"_s);
-        QVERIFY(test.server.hears("TX_START \"Hill\""));
-        test.server.forget();
-        LogCapture log;
-        test.server.hangUp();
-        QTRY_VERIFY(!test.gateway.session.connected);
-        QCOMPARE(own(log.take()), (QStringList{"info [Server] Terputus dari server"_s, "info [TX] \"AA1\" RX"_s}));
-        QVERIFY(test.board.isTold("PTT:1\nPTT:0\n"));
-        QVERIFY(!test.gateway.session.transmitting && !test.gateway.session.radioKeyed);
-        QVERIFY(test.gateway.session.currentRoom.isEmpty());
-        QVERIFY(test.isStatus("connected", false));
-        QVERIFY(test.isStatus("transmitting", false));
-
-        QVERIFY(test.server.hears("LOGIN AB1CD secret h1"));
-        QVERIFY(!test.server.hasHeard("TX_STOP \"Hill\""));
-        QCOMPARE(own(log.take()), (QStringList{"info [Server] Terhubung ke server Kivo Darvi"_s,
-                                               "debug [Server] Auto-login: \"AB1CD\""_s}));
-    }
-
-    void aPendingSquelchIsForgottenWithTheLink() {
-        TestSession test(account());
-        test.start();
-        test.traffic.onCosChanged(true);
-        test.server.hangUp();
-        QTRY_VERIFY(!test.gateway.session.connected);
-        QVERIFY(!test.gateway.session.cosPending);
-    }
-
-    void aServerThatIsAwayIsTriedAgainUntilItIsBack() {
-        TestSession test(account());
-        const quint16 port = test.server.serverPort();
-        test.server.close();
-        QSignalSpy failures(&test.link, &TcpClient::errorOccurred);
-        test.flow.scheduleFirstConnection();
-        QTRY_VERIFY(failures.count() >= 3);
-        QVERIFY(test.server.listen(QHostAddress::LocalHost, port));
-        QTRY_VERIFY(test.gateway.session.connected);
-    }
-
-    void anAttemptThatFailsLeavesOneRetry() {
-        TestSession test(account(), {5ms, 300ms});
-        test.server.close();
-        QSignalSpy failures(&test.link, &TcpClient::errorOccurred);
-        test.flow.scheduleFirstConnection();
-        QTRY_COMPARE(failures.count(), 1);
-        test.flow.onLinkError();
-        test.flow.onLinkError();
-        QTRY_COMPARE(failures.count(), 2);
-        QVERIFY(!failures.wait(50));
-    }
-
-    void aBlockedLoginIsNotTriedAfterAFailedAttempt() {
-        TestSession test(account());
-        test.server.close();
-        test.gateway.session.loginBlocked = true;
-        QSignalSpy failures(&test.link, &TcpClient::errorOccurred);
-        test.flow.scheduleFirstConnection();
-        QTRY_COMPARE(failures.count(), 1);
-        QVERIFY(!failures.wait(100));
-    }
-
-    void aLoginBlockedWhileARetryWaitsStopsIt() {
-        TestSession test(account());
-        test.start();
-        test.server.hangUp();
-        QTRY_VERIFY(!test.gateway.session.connected);
-        test.gateway.session.loginBlocked = true;
-        QVERIFY(isLeftAlone(test));
-    }
-
-    void aComplaintOfTheServerIsNoFailedAttempt() {
-        TestSession test(account());
-        test.start();
-        QSignalSpy errors(&test.link, &TcpClient::errorOccurred);
-        LogCapture log;
-        test.server.say("ERROR|busy");
-        QTRY_COMPARE(errors.count(), 1);
-        QVERIFY(isLeftAlone(test));
-        QVERIFY(!log.take().join(QLatin1Char('\n')).contains("Connecting"_s));
     }
 
     void aRefreshAsksForWhatTheAccountMaySee_data() {

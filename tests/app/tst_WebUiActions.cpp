@@ -1,17 +1,9 @@
-#include "../config/LogCapture.h"
-#include "TestGateway.h"
-#include "app/WebUiActions.h"
+#include "BusyGateway.h"
+
+#include <functional>
+#include <utility>
 
 namespace {
-
-using Lines = QList<QByteArray>;
-
-QJsonObject parse(const QByteArray &json) {
-    const QJsonObject object = QJsonDocument::fromJson(json).object();
-    if (object.isEmpty())
-        qFatal("the test's own JSON is wrong");
-    return object;
-}
 
 /// What one command is to bring about. Left out is: nothing.
 struct Effect {
@@ -24,28 +16,6 @@ struct Effect {
     bool saved = false;
 };
 
-const QJsonObject startingSettings = {{"callsign"_s, "ab1cd"_s}, {"gateway_name"_s, "Gate"_s}, {"hwid"_s, "h1"_s}};
-
-/// Connected, logged in as administrator 42, in room "Hill", with an open board.
-struct BusyGateway : TestGateway {
-    BusyGateway() : TestGateway(startingSettings) {
-        openBoard();
-        connectLink();
-        logIn(42, true);
-        gateway.session.currentRoom = "Hill"_s;
-        gateway.config.save();
-        wire();
-    }
-
-    void run(const QByteArray &json) { runWebUiCommand(gateway, files, parse(json)); }
-
-    /// These lines and nothing after them: the next to arrive is a keep-alive.
-    bool boardIsToldOnly(const QByteArray &lines) {
-        radio.checkHealth();
-        return board.isTold(lines + "PING\n");
-    }
-};
-
 void insertAll(QJsonObject &into, const QJsonObject &from) {
     for (auto it = from.begin(); it != from.end(); ++it)
         into.insert(it.key(), it.value());
@@ -55,38 +25,13 @@ void insertAll(QJsonObject &into, const QJsonObject &from) {
 
 Q_DECLARE_METATYPE(Effect)
 
-class TestWebUiActions : public QObject {
-    Q_OBJECT
+namespace {
 
-private Q_SLOTS:
-    void anActionDoesExactlyThis_data();
-    void anActionDoesExactlyThis();
+void row(const char *name, const char *command, const Effect &effect) {
+    QTest::newRow(name) << QByteArray(command) << effect;
+}
 
-    void withoutItsPreconditionNothingHappens_data();
-    void withoutItsPreconditionNothingHappens();
-
-    void theTalkTimeTakesOnlyTheOfferedValues_data();
-    void theTalkTimeTakesOnlyTheOfferedValues();
-
-    void mutedSoundIsSwitchedAtTheEngine();
-    void aMutedSpeakerReleasesTheRadioAndUnmutingKeysItAgain();
-    void unmutingWhileNobodyTalksKeysNothing();
-    void withoutAnOpenBoardOnlyTheSpeakerIsMuted();
-    void theBoardIsConfiguredOnlyWhenItIsOpen();
-    void theEmergencyStopEndsATransmission();
-    void theEmergencyStopWorksWithoutAnyComponent();
-    void aTextThatLooksLikeAPositionGoesOutAsItIs();
-    void aLineEndInsideATextCannotStartACommand();
-    void noPasswordIsEverLogged();
-};
-
-void TestWebUiActions::anActionDoesExactlyThis_data() {
-    QTest::addColumn<QByteArray>("command");
-    QTest::addColumn<Effect>("effect");
-
-    const auto row = [](const char *name, const char *command, const Effect &effect) {
-        QTest::newRow(name) << QByteArray(command) << effect;
-    };
+void addRoomAndMuteRows() {
     row("join", R"({"action": "join", "room": "Dale"})", {.wire = {"JOIN Dale\r\n"}});
     row("join, no room", R"({"action": "join"})", {.wire = {"JOIN Lobby\r\n"}});
     row("join, room of another type", R"({"action": "join", "room": 5})", {.wire = {"JOIN Lobby\r\n"}});
@@ -96,7 +41,9 @@ void TestWebUiActions::anActionDoesExactlyThis_data() {
     row("mute_spk", R"({"action": "mute_spk"})",
         {.log = {"info [TX] PTT dimatikan — speaker muted"_s}, .board = "PTT:0\n"});
     row("unmute_spk", R"({"action": "unmute_spk"})", {});
+}
 
+void addSettingRows() {
     row("set_mic_gain", R"({"action": "set_mic_gain", "value": 120})",
         {.log = {"debug [Appliance] Mic gain set to 120"_s}, .settings = {{"mic_gain"_s, 120}}});
     row("set_mic_gain, too much", R"({"action": "set_mic_gain", "value": 350})",
@@ -137,7 +84,9 @@ void TestWebUiActions::anActionDoesExactlyThis_data() {
         {.log = {"info [Audio] RX Tone Bass: 1 Mid: 2 Treble: 3"_s},
          .settings = {{"rx_bass"_s, 1.0}, {"rx_mid"_s, 2.0}, {"rx_treble"_s, 3.0}},
          .saved = true});
+}
 
+void addUserRows() {
     row("admin_approve", R"({"action": "admin_approve", "user_id": 7})", {.wire = {"ADMIN_APPROVE_USER 7\r\n"}});
     row("admin_revoke", R"({"action": "admin_revoke", "user_id": 7})", {.wire = {"ADMIN_UNAPPROVE_USER 7\r\n"}});
     row("admin_mute", R"({"action": "admin_mute", "user_id": 7})", {.wire = {"ADMIN_MUTE 7 1\r\n"}});
@@ -154,6 +103,9 @@ void TestWebUiActions::anActionDoesExactlyThis_data() {
     row("admin_reset_hwid", R"({"action": "admin_reset_hwid", "user_id": 7, "callsign": "XY2"})",
         {.wire = {"ADMIN_RESET_HWID XY2\r\n"}, .log = {"info [Admin] Reset HWID: \"XY2\""_s}});
     row("admin_reset_hwid, nobody", R"({"action": "admin_reset_hwid", "user_id": 7})", {});
+}
+
+void addNetworkRows() {
     row("admin_create_room", R"({"action": "admin_create_room", "name": "New Room", "max": 5})",
         {.wire = {"ADMIN_CREATE_ROOM \"New Room\" 5\r\n"}, .log = {"info [Admin] Buat room: \"New Room\""_s}});
     row("admin_create_room, nothing said", R"({"action": "admin_create_room"})",
@@ -170,6 +122,9 @@ void TestWebUiActions::anActionDoesExactlyThis_data() {
         {.wire = {"ADMIN_SET_AUDIO_QUALITY high\r\n"}, .log = {"info [Admin] Audio quality: \"high\""_s}});
     row("admin_set_audio_quality, no preset", R"({"action": "admin_set_audio_quality"})",
         {.wire = {"ADMIN_SET_AUDIO_QUALITY standard\r\n"}, .log = {"info [Admin] Audio quality: \"standard\""_s}});
+}
+
+void addRecordRows() {
     row("admin_update_user",
         R"({"action": "admin_update_user", "user_id": 7, "name": "Ann", "responsible_callsign": "XY2",
             "status": "expired", "gateway_name": "Hill Top", "frequency": "145.5", "location": "North", "email": "a@b",
@@ -210,6 +165,43 @@ void TestWebUiActions::anActionDoesExactlyThis_data() {
     row("no action", R"({"room": "Dale"})", {});
 }
 
+void takeAway(const QString &what, BusyGateway &test, QJsonObject &command) {
+    const QHash<QString, std::function<void()>> ways = {
+        {"connection"_s, [&] { test.gateway.session.connected = false; }},
+        {"link"_s, [&] { test.gateway.link = nullptr; }},
+        {"user id"_s, [&] { command.remove("user_id"_s); }},
+        {"positive user id"_s, [&] { command.insert("user_id"_s, -7); }},
+        {"login"_s, [&] { test.logIn(0, true); }},
+        {"engine"_s, [&] { test.gateway.engine = nullptr; }},
+        {"board"_s, [&] { test.gateway.radio = nullptr; }},
+    };
+    QVERIFY(ways.contains(what));
+    ways.value(what)();
+}
+
+} // namespace
+
+class TestWebUiActions : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void anActionDoesExactlyThis_data();
+    void anActionDoesExactlyThis();
+
+    void withoutItsPreconditionNothingHappens_data();
+    void withoutItsPreconditionNothingHappens();
+};
+
+void TestWebUiActions::anActionDoesExactlyThis_data() {
+    QTest::addColumn<QByteArray>("command");
+    QTest::addColumn<Effect>("effect");
+    addRoomAndMuteRows();
+    addSettingRows();
+    addUserRows();
+    addNetworkRows();
+    addRecordRows();
+}
+
 void TestWebUiActions::anActionDoesExactlyThis() {
     QFETCH(QByteArray, command);
     QFETCH(Effect, effect);
@@ -234,10 +226,7 @@ void TestWebUiActions::withoutItsPreconditionNothingHappens_data() {
     QTest::addColumn<QString>("action");
     QTest::addColumn<QString>("missing");
 
-    const struct {
-        const char *missing;
-        QStringList actions;
-    } table[] = {
+    const std::pair<const char *, QStringList> table[] = {
         {"connection",
          {"join"_s, "leave"_s, "admin_mute"_s, "admin_unmute"_s, "admin_move"_s, "admin_create_room"_s,
           "admin_delete_room"_s, "admin_edit_room"_s, "admin_set_room_order"_s, "admin_set_audio_quality"_s,
@@ -271,22 +260,7 @@ void TestWebUiActions::withoutItsPreconditionNothingHappens() {
     QJsonObject command = parse(R"({"user_id": 7, "room": "Dale", "value": 60, "callsign": "XY2", "password": "p",
         "name": "N", "old": "A", "new": "B", "order": "1", "enabled": true})");
     command.insert("action"_s, action);
-    if (missing == "connection"_s)
-        test.gateway.session.connected = false;
-    else if (missing == "link"_s)
-        test.gateway.link = nullptr;
-    else if (missing == "user id"_s)
-        command.remove("user_id"_s);
-    else if (missing == "positive user id"_s)
-        command.insert("user_id"_s, -7);
-    else if (missing == "login"_s)
-        test.logIn(0, true);
-    else if (missing == "engine"_s)
-        test.gateway.engine = nullptr;
-    else if (missing == "board"_s)
-        test.gateway.radio = nullptr;
-    else
-        QFAIL("the test's own table is wrong");
+    takeAway(missing, test, command);
     const QJsonObject inMemory = test.gateway.config.object();
     const QJsonObject onDisk = test.root.configOnDisk();
 
@@ -298,142 +272,6 @@ void TestWebUiActions::withoutItsPreconditionNothingHappens() {
     QVERIFY(test.boardIsToldOnly(""));
     QCOMPARE(test.gateway.config.object(), inMemory);
     QCOMPARE(test.root.configOnDisk(), onDisk);
-}
-
-void TestWebUiActions::theTalkTimeTakesOnlyTheOfferedValues_data() {
-    QTest::addColumn<int>("asked");
-    QTest::addColumn<int>("kept");
-    for (const int offered : {0, 60, 90, 120, 180})
-        QTest::addRow("%d", offered) << offered << offered;
-    for (const int refused : {-60, 1, 59, 61, 75, 150, 240})
-        QTest::addRow("%d", refused) << refused << 0;
-}
-
-void TestWebUiActions::theTalkTimeTakesOnlyTheOfferedValues() {
-    QFETCH(int, asked);
-    QFETCH(int, kept);
-    BusyGateway test;
-    LogCapture log;
-    runWebUiCommand(test.gateway, test.files, {{"action"_s, "set_tot"_s}, {"value"_s, asked}});
-    QCOMPARE(log.take(), QStringList("info [TOT] Duration set to %1 seconds"_s.arg(kept) +
-                                     (kept == 0 ? " (unlimited)"_s : QString())));
-    QCOMPARE(test.root.configOnDisk().value("tot_duration"_s), QJsonValue(kept));
-}
-
-void TestWebUiActions::mutedSoundIsSwitchedAtTheEngine() {
-    BusyGateway test;
-    test.run(R"({"action": "mute_mic"})");
-    QVERIFY(test.engine.isMicMuted());
-    test.run(R"({"action": "unmute_mic"})");
-    QVERIFY(!test.engine.isMicMuted());
-    test.run(R"({"action": "mute_spk"})");
-    QVERIFY(test.engine.isSpkMuted());
-    QVERIFY(test.gateway.session.speakerMuted);
-    test.run(R"({"action": "unmute_spk"})");
-    QVERIFY(!test.engine.isSpkMuted());
-    QVERIFY(!test.gateway.session.speakerMuted);
-}
-
-void TestWebUiActions::aMutedSpeakerReleasesTheRadioAndUnmutingKeysItAgain() {
-    BusyGateway test;
-    test.traffic.followTalker("AA1"_s);
-    QVERIFY(test.board.isTold("PTT:1\n"));
-    test.run(R"({"action": "mute_spk"})");
-    QVERIFY(!test.gateway.session.radioKeyed);
-    QVERIFY(test.board.isTold("PTT:0\n"));
-    test.traffic.followTalker("BB2"_s);
-
-    LogCapture log;
-    test.run(R"({"action": "unmute_spk"})");
-    QCOMPARE(log.take(), QStringList("info [TX] PTT diaktifkan kembali — speaker unmuted"_s));
-    QVERIFY(test.gateway.session.radioKeyed);
-    QVERIFY(test.board.isTold("PTT:1\n"));
-    test.traffic.followTalker(std::nullopt);
-    QCOMPARE(log.take(), QStringList("info [TX] \"BB2\" RX"_s));
-    QVERIFY(test.board.isTold("PTT:0\n"));
-}
-
-void TestWebUiActions::unmutingWhileNobodyTalksKeysNothing() {
-    BusyGateway test;
-    test.run(R"({"action": "mute_spk"})");
-    test.traffic.followTalker("AA1"_s);
-    test.traffic.forgetTalker();
-    LogCapture log;
-    test.run(R"({"action": "unmute_spk"})");
-    QCOMPARE(log.take(), QStringList());
-    QVERIFY(!test.gateway.session.radioKeyed);
-    QVERIFY(test.boardIsToldOnly("PTT:0\n"));
-}
-
-void TestWebUiActions::withoutAnOpenBoardOnlyTheSpeakerIsMuted() {
-    BusyGateway test;
-    test.radio.closePort();
-    test.gateway.session.remoteTalker = "AA1"_s;
-    LogCapture log;
-    test.run(R"({"action": "mute_spk"})");
-    QVERIFY(test.engine.isSpkMuted());
-    test.run(R"({"action": "unmute_spk"})");
-    QVERIFY(!test.engine.isSpkMuted());
-    QVERIFY(!test.gateway.session.radioKeyed);
-    QCOMPARE(log.take(), QStringList());
-}
-
-void TestWebUiActions::theBoardIsConfiguredOnlyWhenItIsOpen() {
-    BusyGateway test;
-    test.radio.closePort();
-    LogCapture log;
-    test.run(R"({"action": "set_ptt_config", "ptt_invert": true})");
-    QCOMPARE(log.take(), QStringList());
-    QCOMPARE(test.root.configOnDisk().value("ptt_invert"_s), QJsonValue(true));
-    QCOMPARE(test.root.configOnDisk().value("cos_logic_high"_s), QJsonValue(true));
-}
-
-void TestWebUiActions::theEmergencyStopEndsATransmission() {
-    BusyGateway test;
-    test.traffic.onCosChanged(true);
-    test.wire();
-    LogCapture log;
-    test.run(R"({"action": "tx_stop_emergency"})");
-    QCOMPARE(log.take(), (QStringList{"warning [Appliance] EMERGENCY TX_STOP before shutdown"_s,
-                                      "info [TX] Emergency TX_STOP — siap shutdown"_s}));
-    QCOMPARE(test.wire(), Lines{"TX_STOP \"Hill\"\r\n"});
-    QVERIFY(test.board.isTold("PTT:0\n"));
-    QVERIFY(!test.gateway.session.transmitting);
-    QCOMPARE(test.root.exchanged("kivo-status.json").object().value("transmitting"_s), QJsonValue(false));
-}
-
-void TestWebUiActions::theEmergencyStopWorksWithoutAnyComponent() {
-    const TestRoot root;
-    Gateway gateway(root.paths());
-    StateFiles files(gateway);
-    gateway.session.transmitting = true;
-    gateway.session.currentRoom = "Hill"_s;
-    LogCapture log;
-    runWebUiCommand(gateway, files, {{"action"_s, "tx_stop_emergency"_s}});
-    QVERIFY(log.take().contains("info [TX] Emergency TX_STOP — siap shutdown"_s));
-    QVERIFY(!gateway.session.transmitting);
-    QVERIFY(QFile::exists(root.exchangeFile("kivo-status.json")));
-}
-
-void TestWebUiActions::aTextThatLooksLikeAPositionGoesOutAsItIs() {
-    BusyGateway test;
-    test.run(R"({"action": "admin_update_user", "user_id": 7, "name": "%5 %12", "gateway_name": "G"})");
-    QCOMPARE(test.wire(),
-             Lines{"ADMIN_UPDATE_USER 7 \"%5 %12\" \"\" \"active\" \"G\" \"\" \"\" \"\" \"\" 0 0 \"\"\r\n"});
-}
-
-void TestWebUiActions::aLineEndInsideATextCannotStartACommand() {
-    BusyGateway test;
-    test.run("{\"action\": \"admin_delete_room\", \"name\": \"A\\r\\nADMIN_KICK 1\\u0000\"}");
-    QCOMPARE(test.wire(), Lines{"ADMIN_DELETE_ROOM \"A  ADMIN_KICK 1 \"\r\n"});
-}
-
-void TestWebUiActions::noPasswordIsEverLogged() {
-    BusyGateway test;
-    LogCapture log;
-    test.run(R"({"action": "admin_reset_password", "user_id": 7, "password": "hush-hush"})");
-    QCOMPARE(test.wire().size(), 1);
-    QVERIFY(!log.take().join(QLatin1Char('\n')).contains("hush"_s));
 }
 
 QTEST_GUILESS_MAIN(TestWebUiActions)
