@@ -164,15 +164,18 @@ bool Site::waitForLog(const QString &words, int timeoutMs) {
 }
 
 bool Site::bringUp(int timeoutMs) {
+    // The daemon's own word for both: it learns of its room a moment after the server has put it there.
     const QString mediaReady = QStringLiteral("[UDP] Siap");
+    const QString roomJoined = QStringLiteral("[Room] Bergabung ke room:");
     const int alreadyReady = m_daemon.logged(mediaReady).size();
+    const int alreadyJoined = m_daemon.logged(roomJoined).size();
     if (!QFile::exists(configFile())) {
         writeConfig();
     }
     return m_server.start() && m_daemon.start() &&
            waitFor(
                [&] {
-                   return !m_server.roomOf(gatewayAccount().callsign).isEmpty() &&
+                   return m_daemon.logged(roomJoined).size() > alreadyJoined &&
                           m_daemon.logged(mediaReady).size() > alreadyReady;
                },
                timeoutMs);
