@@ -29,6 +29,20 @@ function(kivo_room room)
     endif()
 endfunction()
 
+# What every test program links, so that all of them can share one precompiled header.
+set(kivo_test_libraries Qt5::Test Qt5::Network Qt5::SerialPort)
+
+# kivo_test_headers(): the large headers that most tests include, compiled once instead of in each of them.
+function(kivo_test_headers)
+    file(GENERATE OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/headers.cpp CONTENT "")
+    add_library(kivo_test_headers OBJECT ${CMAKE_CURRENT_BINARY_DIR}/headers.cpp)
+    set_target_properties(kivo_test_headers PROPERTIES AUTOMOC OFF)
+    target_link_libraries(kivo_test_headers PRIVATE ${kivo_test_libraries})
+    target_precompile_headers(kivo_test_headers PRIVATE <QtTest> <QtNetwork> <QJsonDocument> <QSerialPort> <chrono>
+                                                        <functional> <memory> <optional> <vector>)
+    kivo_flags(kivo_test_headers)
+endfunction()
+
 # kivo_test(<name> LINKS ... [LABELS ...]): a QtTest program of one source file <name>.cpp, run by CTest.
 function(kivo_test name)
     cmake_parse_arguments(ARG "" "TIMEOUT" "LINKS;SOURCES;LABELS" ${ARGN})
@@ -36,8 +50,9 @@ function(kivo_test name)
         set(ARG_TIMEOUT 60)
     endif()
     add_executable(${name} ${name}.cpp ${ARG_SOURCES})
-    target_link_libraries(${name} PRIVATE ${ARG_LINKS} Qt5::Test)
+    target_link_libraries(${name} PRIVATE ${ARG_LINKS} ${kivo_test_libraries})
     kivo_flags(${name})
+    target_precompile_headers(${name} REUSE_FROM kivo_test_headers)
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
 endfunction()
