@@ -24,6 +24,19 @@ QJsonDocument jsonDocument(const ReplyFields &reply) {
     return QJsonDocument::fromJson(reply.rest(1).toUtf8());
 }
 
+/// Puts the object's values under the map's keys; false, with some of them replaced, where the keys are not the same.
+bool replaceValues(QVariantMap &map, const QJsonObject &object) {
+    if (map.size() != object.size())
+        return false;
+    auto entry = map.begin();
+    for (auto member = object.begin(); member != object.end(); ++member, ++entry) {
+        if (entry.key() != member.key())
+            return false;
+        entry.value() = member.value().toVariant();
+    }
+    return true;
+}
+
 } // namespace
 
 QStringList listItems(const QString &field) {
@@ -89,9 +102,15 @@ std::optional<QList<QVariantMap>> jsonObjects(const ReplyFields &reply) {
     QList<QVariantMap> objects;
     const QJsonArray elements = document.array();
     objects.reserve(elements.size());
+    // Mostly the keys are those of the object before. A copy of its map shares them, which costs less than making them.
+    QVariantMap map;
     for (const QJsonValue &element : elements) {
-        if (element.isObject())
-            objects.append(element.toObject().toVariantMap());
+        if (!element.isObject())
+            continue;
+        const QJsonObject object = element.toObject();
+        if (!replaceValues(map, object))
+            map = object.toVariantMap();
+        objects.append(map);
     }
     return objects;
 }

@@ -130,6 +130,13 @@ void TestReplyValues::readsJsonObjects_data() {
     row("objects", R"(X|[{"id":7,"a|b":"c|d"},{"ok":true,"none":null}])",
         R"([{"a|b":"c|d","id":7},{"none":null,"ok":true}])");
     row("other elements are skipped", R"(X|[1,"a",[{}],null,{"id":1}])", R"([{"id":1}])");
+    row("like the one before", R"(X|[{"a":1,"b":"x"},{"b":"y","a":2}])", R"([{"a":1,"b":"x"},{"a":2,"b":"y"}])");
+    row("another last key", R"(X|[{"a":1,"b":2},{"a":3,"c":4}])", R"([{"a":1,"b":2},{"a":3,"c":4}])");
+    row("another first key", R"(X|[{"b":1,"c":2},{"a":3,"c":4}])", R"([{"b":1,"c":2},{"a":3,"c":4}])");
+    row("fewer, then more keys", R"(X|[{"a":1,"b":2},{"a":3},{},{"a":4,"b":5}])",
+        R"([{"a":1,"b":2},{"a":3},{},{"a":4,"b":5}])");
+    row("the same key again in one object", R"(X|[{"a":1,"b":2},{"a":3,"a":4,"b":5}])",
+        R"([{"a":1,"b":2},{"a":4,"b":5}])");
     row("empty array", "X|[]", "[]");
     row("an object is not an array", "X|{}", "nothing");
     row("no JSON", "X|[{]", "nothing");
