@@ -227,17 +227,11 @@ void TestToneControl::filtersFollowTheCookbook() {
 }
 
 void TestToneControl::isFlatUntilSet() {
-    ToneControl control;
-    QVERIFY(control.isFlat());
-    QCOMPARE(control.bass(), 0.0F);
-    control.set(0.0F, 0.0F, 0.0F, 48000);
-    QVERIFY(control.isFlat());
-    control.set(0.0F, 0.0F, -0.1F, 48000);
-    QVERIFY(!control.isFlat());
-    control.set(0.0F, 0.1F, 0.0F, 48000);
-    QVERIFY(!control.isFlat());
-    control.set(3.0F, 0.0F, 0.0F, 48000);
-    QVERIFY(!control.isFlat());
+    QVERIFY(ToneControl().isFlat());
+    QVERIFY(toneControl(0.0F, 0.0F, 0.0F, 48000).isFlat());
+    QVERIFY(!toneControl(3.0F, 0.0F, 0.0F, 48000).isFlat());
+    QVERIFY(!toneControl(0.0F, 0.1F, 0.0F, 48000).isFlat());
+    QVERIFY(!toneControl(0.0F, 0.0F, -0.1F, 48000).isFlat());
 }
 
 void TestToneControl::settingsAreHeldWithinTwelveDb_data() {
