@@ -19,6 +19,18 @@ inline double processorLoad(sim::Site &site) {
     return (processorSeconds(process) - before) / secondsBetween(beginNs, sim::monotonicNs());
 }
 
+/// The most memory the daemon ever had, in MB.
+inline int mostMegabytesOf(const sim::Daemon &daemon) {
+    QFile status(QStringLiteral("/proc/%1/status").arg(daemon.processId()));
+    if (!status.open(QIODevice::ReadOnly))
+        return 0;
+    for (const QByteArray &line : status.readAll().split('\n')) {
+        if (line.startsWith("VmHWM:"))
+            return line.mid(6).trimmed().split(' ').first().toInt() / 1024;
+    }
+    return 0;
+}
+
 /// Ratio of its load to that of before: nothing spins. What is left of very little by chance is not held against it.
 #define VERIFY_NOT_BUSIER(site, idleLoad)                                                                              \
     do {                                                                                                               \

@@ -1,4 +1,5 @@
 #include "Hearing.h"
+#include "Processor.h"
 
 #include <limits>
 
@@ -13,18 +14,6 @@ struct Numbers {
     int rateHz, bitrate, frameMs, complexity;
 };
 const Numbers usual = {48000, 32000, 20, 5};
-
-/// The most memory the daemon ever had, in MB.
-int mostMegabytesOf(const Daemon &daemon) {
-    QFile status(QStringLiteral("/proc/%1/status").arg(daemon.processId()));
-    if (!status.open(QIODevice::ReadOnly))
-        return 0;
-    for (const QByteArray &line : status.readAll().split('\n')) {
-        if (line.startsWith("VmHWM:"))
-            return line.mid(6).trimmed().split(' ').first().toInt() / 1024;
-    }
-    return 0;
-}
 
 } // namespace
 
