@@ -95,9 +95,10 @@ public:
         return waitFor([&] { return member->isReady(); }, 10000) ? std::move(member) : nullptr;
     }
 
-    /// Until the gateway is logged in, in that room, and has a media link made after that moment.
+    /// Until the gateway says that it is in that room, and has a media link made after that moment.
     bool waitUntilBack(const QString &room, std::int64_t afterNs, int timeoutMs = 10000) {
-        return waitFor([&] { return server().roomOf(gateway()) == room && timeLogged("[UDP] Siap"_s, afterNs) > 0; },
+        const QString joined = "[Room] Bergabung ke room: \""_s + room + u'"';
+        return waitFor([&] { return timeLogged(joined, afterNs) > 0 && timeLogged("[UDP] Siap"_s, afterNs) > 0; },
                        timeoutMs);
     }
 
