@@ -2,9 +2,6 @@
 #include "TestGateway.h"
 #include "app/CommandIntake.h"
 
-#include <QElapsedTimer>
-
-#include <algorithm>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -146,22 +143,19 @@ private Q_SLOTS:
         TestIntake test;
         for (int i = 0; i < crowd; ++i)
             test.drop(nameOf(i).constData(), command(i));
-        QTimer ticks;
-        QElapsedTimer sinceTick;
-        qint64 longestGapMs = 0;
-        QObject::connect(&ticks, &QTimer::timeout, [&] { longestGapMs = std::max(longestGapMs, sinceTick.restart()); });
-        ticks.setTimerType(Qt::PreciseTimer);
-        ticks.start(5);
+        QTimer others; // whatever else the loop has to do
+        int turnsOfOthers = 0;
+        QObject::connect(&others, &QTimer::timeout, [&] { ++turnsOfOthers; });
+        others.start(0);
         LogCapture log;
-        sinceTick.start();
         test.intake.scan();
+        QVERIFY(test.isThere(nameOf(crowd / 2).constData()));
         QTRY_VERIFY_WITH_TIMEOUT(!test.isThere(nameOf(crowd - 1).constData()), 30'000);
-        qInfo() << "longest gap" << longestGapMs << "ms";
         const QStringList lines = log.take();
-        QCOMPARE(lines.size(), crowd + 1);
+        QCOMPARE(lines.size(), crowd);
         for (int i = 0; i < crowd; ++i)
             QCOMPARE(lines.at(i), trace(i));
-        QVERIFY2(longestGapMs < 200, qPrintable(QString::number(longestGapMs)));
+        QVERIFY2(turnsOfOthers >= 20, qPrintable(QString::number(turnsOfOthers)));
     }
 
     void filesMayComeAndGoWhileACrowdIsWorkedOff() {

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 /// Stands in for standard error while it lives; keeps each write apart from the next.
@@ -35,9 +36,36 @@ public:
         return all;
     }
 
+    /// "device:inode", as a service manager names the stream that leads to the journal.
+    static QByteArray name() {
+        struct stat status = {};
+        if (::fstat(STDERR_FILENO, &status) != 0)
+            qFatal("no status of standard error");
+        return QByteArray::number(qulonglong(status.st_dev)) + ':' + QByteArray::number(qulonglong(status.st_ino));
+    }
+
 private:
     int m_original;
     int m_far = -1;
+};
+
+/// The environment of a service whose errors go to the journal through the named stream, while it lives.
+class JournalStream {
+public:
+    explicit JournalStream(const QByteArray &name) : m_before(qgetenv(variable)) { qputenv(variable, name); }
+    ~JournalStream() {
+        if (m_before.isNull()) {
+            qunsetenv(variable);
+        } else {
+            qputenv(variable, m_before);
+        }
+    }
+    JournalStream(const JournalStream &) = delete;
+    JournalStream &operator=(const JournalStream &) = delete;
+
+private:
+    static constexpr const char *variable = "JOURNAL_STREAM";
+    const QByteArray m_before;
 };
 
 class TestLogOutput : public QObject {
@@ -73,13 +101,33 @@ private Q_SLOTS:
         QCOMPARE(lines, QList<QByteArray>{"<warning> text\n"});
     }
 
+    void theJournalIsToldTheLevelOfEachLine() {
+        const StandardError standardError;
+        JournalStream journal(standardError.name());
+        QCOMPARE(writtenTo(standardError,
+                           [] {
+                               qDebug() << "d";
+                               qInfo() << "i";
+                               qWarning() << "w";
+                               qCritical() << "c";
+                           }),
+                 (QList<QByteArray>{"<7>d\n", "<6>i\n", "<4>w\n", "<3>c\n"}));
+    }
+
+    void aServicesErrorsLedElsewhereAreNotTakenForTheJournal() {
+        const StandardError standardError;
+        JournalStream journal("8:" + standardError.name());
+        QCOMPARE(writtenTo(standardError, [] { qInfo() << "i"; }), QList<QByteArray>{"i\n"});
+    }
+
     void aLineBreakInAValueStaysInItsLine() {
         QCOMPARE(written([] { qInfo() << "a\nb"_s; }), QList<QByteArray>{"\"a\\nb\"\n"});
     }
 
 private:
-    static QList<QByteArray> written(void (*log)()) {
-        const StandardError standardError;
+    static QList<QByteArray> written(void (*log)()) { return writtenTo(StandardError(), log); }
+
+    static QList<QByteArray> writtenTo(const StandardError &standardError, void (*log)()) {
         const QtMessageHandler before = qInstallMessageHandler(nullptr);
         installLogOutput();
         log();
