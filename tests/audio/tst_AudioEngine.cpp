@@ -31,6 +31,7 @@ private Q_SLOTS:
     void makesTheCodec();
     void saysWhyADeviceCannotBeOpened();
     void usesTheDefaultDeviceWhenNoneIsNamed();
+    void looksAtTheDevicesInTime();
     void clampsAndLogsToneSettings();
 
     void ignoresPacketsThatCannotBeAudio();
@@ -111,6 +112,23 @@ void TestAudioEngine::usesTheDefaultDeviceWhenNoneIsNamed() {
     site.engine.stopPlayback();
     site.engine.stopCapture();
     QVERIFY(!defaultCard.isPlaybackOpen() && !defaultCard.isCaptureOpen());
+}
+
+void TestAudioEngine::looksAtTheDevicesInTime() {
+    EngineOnCard site;
+    const auto period = [&](const char *name) {
+        const QTimer *timer = site.timer(name);
+        return timer->isActive() && !timer->isSingleShot() ? timer->interval() : -1;
+    };
+    QCOMPARE(period("capturePoll"), -1);
+    QCOMPARE(period("output"), -1);
+    QVERIFY(site.engine.openPlayback() && site.engine.openCapture());
+    QCOMPARE(period("capturePoll"), 10);
+    QCOMPARE(period("output"), 20);
+    site.engine.stopPlayback();
+    site.engine.stopCapture();
+    QCOMPARE(period("capturePoll"), -1);
+    QCOMPARE(period("output"), -1);
 }
 
 void TestAudioEngine::clampsAndLogsToneSettings() {

@@ -92,6 +92,7 @@ private Q_SLOTS:
     void keepsOneCommandOnOneLine();
     void neverWritesAudio();
     void pingsOnlyWhileConnected();
+    void pingsEveryFiveSeconds();
     void measuresLatencyAgainstTheLatestPing();
     void handlesRepliesInOrderHoweverTheyAreSplit();
     void leavesTheEventLoopItsTurnDuringAFlood();
@@ -303,6 +304,13 @@ void TestTcpClient::pingsOnlyWhileConnected() {
     server.peer()->disconnectFromHost();
     QTRY_VERIFY(!client.isConnected());
     QCOMPARE(activeTimers(client), 0);
+}
+
+void TestTcpClient::pingsEveryFiveSeconds() {
+    ControlServer server;
+    TcpClient client;
+    QVERIFY(server.accept(client));
+    QCOMPARE(activeIntervalsMs(client), QList<int>{5000});
 }
 
 void TestTcpClient::measuresLatencyAgainstTheLatestPing() {

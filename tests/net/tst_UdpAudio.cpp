@@ -86,6 +86,7 @@ private Q_SLOTS:
     void leavesTheUserIdOutWhenItIsUnknown_data();
     void leavesTheUserIdOutWhenItIsUnknown();
     void sendsTheTokenOnceForTwoPongs();
+    void waitsThreeSecondsForEachAnswer();
     void failsWithoutAPong();
     void isReadyWithoutAConfirmation();
     void completesTheHandshakeAfterALatePong();
@@ -105,6 +106,7 @@ private Q_SLOTS:
     void keepsTheHealthRules_data();
     void keepsTheHealthRules();
     void reinitializesASilentSocket();
+    void waitsAMomentBeforeItReinitializes();
     void reinitializesAClosedSocketThatHeardNothing();
     void isNotReinitializedOnceEnabledAgain();
     void checksNothingBeforeItIsReady();
@@ -257,6 +259,18 @@ void TestUdpAudio::sendsTheTokenOnceForTwoPongs() {
     QCOMPARE(server.hear(), QByteArray("TOKEN:secret-token"));
     link.sendAudio("last");
     QCOMPARE(server.hear(), frameFrom(0, "last"));
+}
+
+void TestUdpAudio::waitsThreeSecondsForEachAnswer() {
+    MediaServer server;
+    UdpAudio link;
+    QCOMPARE(activeIntervalsMs(link), QList<int>{30000}); // the health check, from the start on
+    link.enableUdp(host, server.port(), token);
+    QCOMPARE(activeIntervalsMs(link), (QList<int>{3000, 30000}));
+    QCOMPARE(server.hear(), QByteArray("PING"));
+    server.say("PONG");
+    QCOMPARE(server.hear(), QByteArray("TOKEN:secret-token"));
+    QCOMPARE(activeIntervalsMs(link), (QList<int>{3000, 30000}));
 }
 
 void TestUdpAudio::failsWithoutAPong() {
@@ -552,6 +566,17 @@ void TestUdpAudio::reinitializesASilentSocket() {
     server.say(frameFrom(7, "x"));
     QTRY_COMPARE(link.framesReceived(), 1);
     QVERIFY(journal.seen().filter(QStringLiteral("FAILED")).isEmpty());
+}
+
+void TestUdpAudio::waitsAMomentBeforeItReinitializes() {
+    qint64 nowMs = 1'700'000'000'000;
+    MediaServer server;
+    UdpAudio link(nullptr, [&nowMs] { return nowMs; }, {.healthCheck = milliseconds(20)});
+    QVERIFY(makeReady(link, server));
+    SignalJournal journal(&link);
+    nowMs += 90001;
+    QTRY_VERIFY(!journal.seen().isEmpty());
+    QCOMPARE(activeIntervalsMs(link), (QList<int>{20, 200}));
 }
 
 void TestUdpAudio::reinitializesAClosedSocketThatHeardNothing() {
