@@ -84,11 +84,11 @@ int main(int argc, char **argv) {
         std::fprintf(stderr, "%s\n", problem.toUtf8().constData());
         return 2;
     }
-    quitOnSignals();
     sim::Show show(commandLine.show);
     if (!show.bringUp()) {
         return 1;
     }
+    quitOnSignals(); // until here they end the process at once, and the daemon does not outlive it
     show.play(*fromRadio, *fromRoom);
     const int ended = QCoreApplication::exec();
     return ended == 0 && show.everybodyWasHeard() ? 0 : 1;
