@@ -10,7 +10,7 @@ constexpr std::int64_t second = 1'000'000'000;
 constexpr std::int64_t zero = 7 * second;
 
 const auto ptt = QStringLiteral("PTT");
-const auto cos = QStringLiteral("COS");
+const auto squelch = QStringLiteral("COS");
 
 } // namespace
 
@@ -67,11 +67,11 @@ void TestTimeline::aStateStillOnLastsToTheEndOfTheView() {
 
 void TestTimeline::lanesKeepTheOrderOfTheirFirstMention() {
     Timeline timeline(zero);
-    timeline.addLane(cos);
+    timeline.addLane(squelch);
     timeline.addLane(ptt);
-    timeline.setState(cos, true, zero);
+    timeline.setState(squelch, true, zero);
     QCOMPARE(timeline.lanes().size(), std::size_t(2));
-    QCOMPARE(timeline.lanes()[0].title, cos);
+    QCOMPARE(timeline.lanes()[0].title, squelch);
     QCOMPARE(timeline.lanes()[1].title, ptt);
 }
 
@@ -79,7 +79,7 @@ void TestTimeline::aSoundIsKeptAsItsEnvelope() {
     Timeline timeline(zero);
     Pcm pcm{1000, std::vector<std::int16_t>(20, 0)};
     pcm.samples.insert(pcm.samples.end(), 20, -32768);
-    timeline.addSound(cos, QStringLiteral("said"), zero + second / 2, pcm);
+    timeline.addSound(squelch, QStringLiteral("said"), zero + second / 2, pcm);
     const Timeline::Trace &trace = timeline.lanes().at(0).traces.at(0);
     QCOMPARE(trace.name, QStringLiteral("said"));
     QCOMPARE(trace.from, 0.5);
