@@ -33,15 +33,18 @@ public:
                          });
     }
 
-    ~TestSite() {
+    ~TestSite() { showLogOfFailure(); }
+
+    TestSite(const TestSite &) = delete;
+    TestSite &operator=(const TestSite &) = delete;
+
+    /// The daemon's log, if the running test function has failed.
+    void showLogOfFailure() {
         if (!QTest::currentTestFailed())
             return;
         for (const sim::LogLine &line : daemon().log())
             qWarning().noquote() << "daemon:" << line.level << line.text.left(300);
     }
-
-    TestSite(const TestSite &) = delete;
-    TestSite &operator=(const TestSite &) = delete;
 
     static QString gateway() { return gatewayAccount().callsign; }
 

@@ -5,7 +5,7 @@ using namespace sim;
 
 namespace {
 
-constexpr qint64 MiB = 1 << 20;
+constexpr qint64 mebibyte = 1 << 20;
 
 /// Some milliseconds, on a machine that has nothing else to do.
 constexpr int promptlyMs = 2000;
@@ -38,9 +38,9 @@ void TestSiteWrongBytes::noBytesKeepTheGatewayFromItsSquelch_data() {
     QTest::addColumn<QByteArray>("bytes");
     QTest::addColumn<bool>("repliesGoOn"); // whether what comes behind them is still understood
     const auto repeated = [](const char *reply) { return QByteArray(reply).repeated(100000); };
-    QTest::newRow("10 MB without a line end") << QByteArray(10 * MiB, 'x') << false;
-    QTest::newRow("a line of 10 MB") << QByteArray(10 * MiB, 'x') + "\r\n" << true;
-    QTest::newRow("audio of 2 GB") << QByteArray("AUDIO 7 2147483647\r\n") + QByteArray(1 * MiB, 'x') << false;
+    QTest::newRow("10 MB without a line end") << QByteArray(10 * mebibyte, 'x') << false;
+    QTest::newRow("a line of 10 MB") << QByteArray(10 * mebibyte, 'x') + "\r\n" << true;
+    QTest::newRow("audio of 2 GB") << QByteArray("AUDIO 7 2147483647\r\n") + QByteArray(1 * mebibyte, 'x') << false;
     QTest::newRow("audio of more than there are bytes") << QByteArray("AUDIO 7 99999999999999999999\r\n") << true;
     QTest::newRow("audio of less than nothing") << QByteArray("AUDIO 7 -1\r\nAUDIO x\r\nAUDIO \r\n") << true;
     QTest::newRow("100,000 unknown replies") << repeated("NOISE|1|2\r\n") << true;
@@ -70,7 +70,7 @@ void TestSiteWrongBytes::noBytesKeepTheGatewayFromItsSquelch() {
     QCOMPARE(site.sent("TX_"_s), (QStringList{"TX_START \"Lobby\""_s, "TX_STOP \"Lobby\""_s}));
     QCOMPARE(site.daemon().logged("[Server] Terputus"_s), QStringList());
     const qint64 growth = memoryOf(site.daemon().processId()) - memoryBefore;
-    QVERIFY(memoryBefore > 0 && growth < 100 * MiB);
+    QVERIFY(memoryBefore > 0 && growth < 100 * mebibyte);
 
     if (repliesGoOn) {
         site.server().move(site.gateway(), "Hilltop"_s);
@@ -99,7 +99,7 @@ void TestSiteWrongBytes::aFloodOfDatagramsKeepsTheGatewayFromNothing() {
     site.board().setSquelch(true);
     QVERIFY(Site::waitFor([&] { return site.server().isTalking(site.gateway()); }, 5000));
     flood.stop();
-    QVERIFY(memoryOf(site.daemon().processId()) < 200 * MiB);
+    QVERIFY(memoryOf(site.daemon().processId()) < 200 * mebibyte);
     site.board().setSquelch(false);
     QVERIFY(Site::waitFor([&] { return !site.server().isTalking(site.gateway()); }, 10000));
     const auto member = site.memberIn("Lobby"_s);
