@@ -18,6 +18,8 @@ namespace {
 
 /// Well below the shortest period of the audio path.
 constexpr qint64 turnMs = 4;
+/// A process that takes all it can get is made to wait once others want the processor too, and its audio with it.
+constexpr int restMs = 10;
 
 bool isCommandName(std::string_view name) {
     constexpr std::string_view start = "kivo-cmd-";
@@ -69,7 +71,7 @@ void CommandIntake::workOff() {
     while (!m_waiting.isEmpty() && turn.elapsed() < turnMs)
         carryOut(m_waiting.takeFirst());
     if (!m_waiting.isEmpty())
-        QTimer::singleShot(0, this, &CommandIntake::workOff);
+        QTimer::singleShot(restMs, Qt::PreciseTimer, this, &CommandIntake::workOff);
 }
 
 void CommandIntake::carryOut(const QString &fileName) {
