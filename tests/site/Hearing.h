@@ -18,7 +18,7 @@ public:
     }
     bool wasKept() {
         look();
-        return m_longestNs < 60'000'000;
+        return m_longestNs < 40'000'000;
     }
 
 private:
@@ -34,10 +34,13 @@ private:
 };
 
 /// What the attempt gives, made again while the machine was too busy for it; the last one stands.
+/// @param prepare  what comes before each attempt, at whatever pace
 template <class Attempt>
-auto undisturbed(Attempt attempt) {
+auto undisturbed(
+    Attempt attempt, const std::function<void()> &prepare = [] {}) {
     constexpr int mostAttempts = 12;
     for (int made = 1;; ++made) {
+        prepare();
         Pace pace;
         auto result = attempt();
         if (pace.wasKept() || made == mostAttempts)
