@@ -43,9 +43,14 @@ function(kivo_test_headers)
     kivo_flags(kivo_test_headers)
 endfunction()
 
-# kivo_test(<name> LINKS ... [LABELS ...]): a QtTest program of one source file <name>.cpp, run by CTest.
+# kivo_test(<name> LINKS ... [LABELS ...] [TIMEOUT s] [SOUND]): a QtTest program of one source file <name>.cpp, run by
+# CTest. Most tests wait more than they work, and CTest is asked to run several for each processor; one that works on
+# SOUND in real time counts for a whole processor. The label "slow" starts a test early, so that nobody waits for it at
+# the end.
+set(kivo_tests_per_processor 3)
+
 function(kivo_test name)
-    cmake_parse_arguments(ARG "" "TIMEOUT" "LINKS;SOURCES;LABELS" ${ARGN})
+    cmake_parse_arguments(ARG "SOUND" "TIMEOUT" "LINKS;SOURCES;LABELS" ${ARGN})
     if(NOT ARG_TIMEOUT)
         set(ARG_TIMEOUT 60)
     endif()
@@ -55,4 +60,10 @@ function(kivo_test name)
     target_precompile_headers(${name} REUSE_FROM kivo_test_headers)
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
+    if(ARG_SOUND)
+        set_tests_properties(${name} PROPERTIES PROCESSORS ${kivo_tests_per_processor} COST 50)
+    endif()
+    if("slow" IN_LIST ARG_LABELS)
+        set_tests_properties(${name} PROPERTIES COST 100)
+    endif()
 endfunction()

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "../config/LogCapture.h"
+#include "../support/LogCapture.h"
 #include "TestGateway.h"
 #include "app/WebUiActions.h"
 

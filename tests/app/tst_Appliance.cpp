@@ -1,4 +1,4 @@
-#include "../config/LogCapture.h"
+#include "../support/LogCapture.h"
 #include "FakeBoard.h"
 #include "FakeServer.h"
 #include "TestRoot.h"

@@ -1,4 +1,4 @@
-#include "../config/LogCapture.h"
+#include "../support/LogCapture.h"
 #include "audio/FrameCipher.h"
 
 #include <QTest>

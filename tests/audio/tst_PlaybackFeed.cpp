@@ -1,4 +1,4 @@
-#include "../config/LogCapture.h"
+#include "../support/LogCapture.h"
 #include "Hearing.h"
 #include "audio/PlaybackFeed.h"
 #include "sim/AudioAnalysis.h"

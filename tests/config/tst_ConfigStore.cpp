@@ -1,4 +1,4 @@
-#include "LogCapture.h"
+#include "../support/LogCapture.h"
 #include "TestFiles.h"
 #include "config/ConfigStore.h"
 

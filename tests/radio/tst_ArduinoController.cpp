@@ -1,4 +1,4 @@
-#include "../config/LogCapture.h"
+#include "../support/LogCapture.h"
 #include "ControlLines.h"
 #include "PtyBoard.h"
 #include "radio/ArduinoController.h"
