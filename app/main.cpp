@@ -17,6 +17,8 @@ void logBanner() {
 
 int main(int argc, char **argv) {
     installLogOutput();
+    // Qt's own event loop: GLib's costs a sixth more at a hundred timers a second, and nothing here needs it.
+    qputenv("QT_NO_GLIB", "1");
     const QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("Kivo-Darvi-Appliance"));
     QCoreApplication::setApplicationVersion(QStringLiteral(KIVO_VERSION));
