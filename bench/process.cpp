@@ -1,6 +1,6 @@
 // What the whole daemon costs on the simulated site: the processor time that it has per second of audio, against that
-// of bench-bare, which does the bare job on a card of its own with the same sound and the same packets; how often it
-// wakes up; how much memory it holds.
+// of bench-bare, which does the bare job on a card of its own with the same sound and the same packets, once paced by
+// timers as the daemon is, once by what blocks; how often it wakes up; how much memory it holds.
 //
 //   bench-process [SECONDS [RUNS]]     30 and 3 unless given
 //
@@ -216,17 +216,17 @@ public:
     }
 
     /// The same of the reference, one process for each direction.
-    std::optional<Cost> bare(const State &state) {
+    std::optional<Cost> bare(const State &state, const QString &pace) {
         QProcess transmitter;
         QProcess receiver;
         QList<qint64> processIds;
         if (state.transmits) {
             m_bareCard.feed(m_voice);
-            processIds.append(start(transmitter, QStringLiteral("transmit"), sinkPort));
+            processIds.append(start(transmitter, {QStringLiteral("transmit"), pace}, sinkPort));
         }
         std::optional<Talker> talker;
         if (state.receives) {
-            processIds.append(start(receiver, QStringLiteral("receive"), barePort));
+            processIds.append(start(receiver, {QStringLiteral("receive"), pace}, barePort));
             // The datagrams of before it listens would only be refused.
             Site::waitFor([this] { return m_bareCard.isPlaybackOpen(); }, timeoutMs);
             talker.emplace(m_packets, [this](const QByteArray &packet) {
@@ -255,13 +255,13 @@ private:
                 {QStringLiteral("rx_mid"), 2},         {QStringLiteral("rx_treble"), 5}};
     }
 
-    qint64 start(QProcess &process, const QString &job, quint16 port) {
+    qint64 start(QProcess &process, const QStringList &job, quint16 port) {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("ALSA_CONFIG_PATH"), SoundCard::writeAlsaConfig(sitePaths().cards));
         process.setProcessEnvironment(environment);
         process.setProcessChannelMode(QProcess::ForwardedChannels);
         process.start(QStringLiteral(KIVO_BENCH_BARE_FILE),
-                      {job, QStringLiteral("hw:1,0"), QString::number(port), QString::fromLatin1(key())});
+                      job + QStringList{QStringLiteral("hw:1,0"), QString::number(port), QString::fromLatin1(key())});
         process.waitForStarted();
         return process.processId();
     }
@@ -311,9 +311,12 @@ double median(std::vector<double> values) {
     return values.empty() ? -1.0 : values[values.size() / 2];
 }
 
+constexpr const char *paces[] = {"timers", "blocking"};
+
 /// What was measured of one state, run by run.
 struct Runs {
-    std::vector<double> daemonMs, bareMs, wakeUps;
+    std::vector<double> daemonMs, wakeUps;
+    std::array<std::vector<double>, std::size(paces)> bareMs;
 };
 
 std::vector<double> ratios(const std::vector<double> &values, const std::vector<double> &references) {
@@ -323,15 +326,19 @@ std::vector<double> ratios(const std::vector<double> &values, const std::vector<
     return result;
 }
 
-/// False when one of the two has not done its job.
+/// False when somebody has not done the job.
 bool run(Measurement &measurement, const State &state, Runs &runs) {
     const auto daemon = measurement.daemon(state);
-    const auto bare = daemon && state.reach > 0.0 ? measurement.bare(state) : Cost{};
-    if (!daemon || !bare)
+    if (!daemon)
         return false;
     runs.daemonMs.push_back(daemon->processorMs);
     runs.wakeUps.push_back(daemon->wakeUps);
-    runs.bareMs.push_back(bare->processorMs);
+    for (std::size_t pace = 0; state.reach > 0.0 && pace < std::size(paces); ++pace) {
+        const auto bare = measurement.bare(state, QString::fromLatin1(paces[pace]));
+        if (!bare)
+            return false;
+        runs.bareMs[pace].push_back(bare->processorMs);
+    }
     return true;
 }
 
@@ -345,9 +352,9 @@ bool printRatio(const QByteArray &what, const std::vector<double> &values, const
 bool printProcessor(const std::array<Runs, std::size(states)> &runs) {
     bool kept = true;
     for (std::size_t i = 0; i < std::size(states); ++i) {
-        if (states[i].reach > 0.0)
-            kept &= printRatio(QByteArray("process ") + states[i].name + "; the bare job", runs[i].daemonMs,
-                               runs[i].bareMs, states[i].reach);
+        for (std::size_t pace = 0; states[i].reach > 0.0 && pace < std::size(paces); ++pace)
+            kept &= printRatio(QByteArray("process ") + states[i].name + "; the bare job, " + paces[pace],
+                               runs[i].daemonMs, runs[i].bareMs[pace], states[i].reach);
     }
     kept &=
         printRatio("process idle in a room; transmitting", runs[idle].daemonMs, runs[transmitting].daemonMs, reachIdle);
