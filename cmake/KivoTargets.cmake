@@ -44,10 +44,9 @@ function(kivo_test_headers)
 endfunction()
 
 # kivo_test(<name> LINKS ... [LABELS ...] [TIMEOUT s] [SOUND]): a QtTest program of one source file <name>.cpp, run by
-# CTest. Most tests wait more than they work, and CTest is asked to run several for each processor; one that works on
-# SOUND in real time counts for a whole processor. The label "slow" starts a test early, so that nobody waits for it at
-# the end.
-set(kivo_tests_per_processor 3)
+# CTest. Most tests wait more than they work, and ./test has CTest run six for each processor; one that works on SOUND in
+# real time counts for four of them. The label "slow" starts a test early, so that nobody waits for it at the end.
+set(kivo_weight_of_sound 4)
 
 function(kivo_test name)
     cmake_parse_arguments(ARG "SOUND" "TIMEOUT" "LINKS;SOURCES;LABELS" ${ARGN})
@@ -61,7 +60,7 @@ function(kivo_test name)
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
     if(ARG_SOUND)
-        set_tests_properties(${name} PROPERTIES PROCESSORS ${kivo_tests_per_processor} COST 50)
+        set_tests_properties(${name} PROPERTIES PROCESSORS ${kivo_weight_of_sound} COST 50)
     endif()
     if("slow" IN_LIST ARG_LABELS)
         set_tests_properties(${name} PROPERTIES COST 100)
