@@ -103,7 +103,7 @@ void TestSiteReceive::theTransmitterFollowsTheList() {
     for (int turn = 1; turn <= 3; ++turn) {
         member->startTalking();
         QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
-        QCOMPARE(site.countLines("info"_s, "[TX] \"EF2GH\" TX"_s), turn);
+        QVERIFY(Site::waitFor([&] { return site.countLines("info"_s, "[TX] \"EF2GH\" TX"_s) == turn; }, 1000));
         member->stopTalking();
         QVERIFY(Site::waitFor([&] { return !site.board().isKeyed(); }, 5000));
         QVERIFY(Site::waitFor([&] { return site.countLines("info"_s, "[TX] \"EF2GH\" RX"_s) == turn; }, 5000));

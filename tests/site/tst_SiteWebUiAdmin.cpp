@@ -96,7 +96,7 @@ void TestSiteWebUiAdmin::anAdministratorSeesWhatHeHasDoneToUsers() {
     site.command({{"action"_s, "admin_move"_s}, {"user_id"_s, memberId}, {"room"_s, "  Hilltop "_s}});
     QVERIFY(site.waitForLine("info"_s, "[Admin] Pindah \"user 200\" ke room: \"Hilltop\""_s, 2000));
     QVERIFY(Site::waitFor([&] { return site.roomRecord(memberId).isEmpty(); }, 5000));
-    QCOMPARE(member->room(), "Hilltop"_s);
+    QVERIFY(Site::waitFor([&] { return member->room() == "Hilltop"_s; }, 1000));
     QVERIFY(site.waitForStatus("users_in_room", 1));
     QVERIFY(Site::waitFor([&] { return site.onlineRecord(memberId).value("room"_s) == "Hilltop"_s; }, 12000));
     QVERIFY(site.waitForStatus("users", 2));
