@@ -11,6 +11,27 @@
 namespace sim {
 namespace {
 
+constexpr auto invitation = R"(
+The site stays up. Commands:
+
+%1
+For example:
+
+  room Is anybody listening on the hilltop?
+  drop {"action":"mute_mic"}
+  show status
+
+From another shell, as a Web UI does it; watch muted_mic, and then room:
+
+  site='%2'
+  cd='cd /opt/kivo-appliance/tmp'
+  $site sh -c "$cd; ls -l; cat kivo-status.json"
+  $site sh -c "$cd; echo '{\"action\":\"unmute_mic\"}' >new; mv new kivo-cmd-1.json"
+  $site sh -c "$cd; echo '{\"action\":\"leave\"}' >new; mv new kivo-cmd-2.json"
+  $site sh -c "$cd; sleep 3; cat kivo-status.json kivo-userlist.json kivo-vu.json"
+
+)";
+
 constexpr int readyTimeoutMs = 20000;
 constexpr int meterPeriodMs = 100;
 constexpr int logLinesOnFailure = 30;
@@ -105,12 +126,7 @@ void Show::writeResults() {
 }
 
 void Show::openPrompt() {
-    m_display.showText(QStringLiteral("\nThe site stays up. Commands:\n\n%1\nFor example:\n\n"
-                                      "  room Is anybody listening on the hilltop?\n"
-                                      "  drop {\"action\":\"set_mic_gain\",\"value\":40}\n"
-                                      "  show status\n\n"
-                                      "Another shell looks into the site with:\n\n  %2\n\n")
-                           .arg(Prompt::help(), m_options.lookInside));
+    m_display.showText(QString::fromUtf8(invitation).arg(Prompt::help(), m_options.lookInside));
     m_input.emplace(STDIN_FILENO);
     QObject::connect(&*m_input, &InputLines::line, [this](const QString &line) { m_prompt.execute(line); });
     QObject::connect(&*m_input, &InputLines::ended, [] {

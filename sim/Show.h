@@ -25,7 +25,7 @@ public:
         QStringList daemon; ///< program of the gateway; empty: what the build made
         QString outFolder;
         bool stay = false;  ///< a prompt afterwards
-        QString lookInside; ///< command with which another shell looks into the site
+        QString lookInside; ///< command line in front of one that another shell runs inside the site
     };
 
     explicit Show(const Options &options);
