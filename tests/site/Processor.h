@@ -2,12 +2,16 @@
 
 #include "TestSite.h"
 
-/// Processor time that a process has had so far, in seconds.
-inline double processorSeconds(qint64 processId) {
+/// One of the kernel's two sums for a process, in ns: 0, of the time it ran; 1, of the time it waited for a processor.
+inline std::int64_t scheduleSum(qint64 processId, int which) {
     QFile statistics(QStringLiteral("/proc/%1/schedstat").arg(processId));
-    if (!statistics.open(QIODevice::ReadOnly))
-        return 0.0;
-    return statistics.readAll().split(' ').first().toDouble() / 1e9;
+    return statistics.open(QIODevice::ReadOnly) ? statistics.readAll().split(' ').value(which).toLongLong() : 0;
+}
+inline double processorSeconds(qint64 processId) {
+    return double(scheduleSum(processId, 0)) / 1e9;
+}
+inline std::int64_t waitedNs(qint64 processId) {
+    return scheduleSum(processId, 1);
 }
 
 /// Share of a processor that the daemon has over the next two seconds; 0 when it does not run.

@@ -73,6 +73,10 @@ public:
         const auto isLine = [&](const sim::LogLine &line) { return line.level == level && line.text == text; };
         return int(std::count_if(daemon().log().begin(), daemon().log().end(), isLine));
     }
+    /// The log has the line just once; it may follow a moment after what it tells of was seen elsewhere.
+    bool logsOnce(const QString &level, const QString &text) {
+        return waitForLine(level, text, 2000) && countLines(level, text) == 1;
+    }
     /// When the log got its first line with the words after that moment; 0: it has none.
     std::int64_t timeLogged(const QString &words, std::int64_t afterNs = 0) {
         for (const sim::LogLine &line : daemon().log()) {

@@ -69,9 +69,9 @@ bool TestSiteQuality::announce(const QString &preset, const Numbers &numbers) {
 QString TestSiteQuality::complaintAboutTheRoad() {
     Site::waitFor([&] { return m_site->card().isCaptureOpen() && m_site->card().isPlaybackOpen(); }, 5000);
     m_site->card().feed(tone(radioHertz, -10, 20));
-    const Pcm heard = undisturbed([&] { return heardInRoom(*m_site, *m_member, 40); });
+    const Pcm heard = undisturbed(*m_site, [&] { return heardInRoom(*m_site, *m_member, 40); });
     m_site->card().clearFeed();
-    const Pcm onAir = undisturbed([&] { return heardOnAir(*m_site, *m_member, tone(roomHertz, -10, 1.5)); });
+    const Pcm onAir = undisturbed(*m_site, [&] { return heardOnAir(*m_site, *m_member, tone(roomHertz, -10, 1.5)); });
     return complaintAbout(middle(heard), radioHertz, -10) + complaintAbout(middle(onAir), roomHertz, -10);
 }
 

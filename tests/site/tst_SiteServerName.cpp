@@ -26,9 +26,9 @@ void TestSiteServerName::aNameIsResolvedForBothLinks() {
     giveName("voice.darvi.example");
     site.writeConfig({{"server_address"_s, "voice.darvi.example"_s}});
     QVERIFY(site.bringUp());
-    QCOMPARE(site.countLines("debug"_s, "[TCP] Connecting to \"voice.darvi.example\" : 8080"_s), 1);
-    QCOMPARE(site.countLines("debug"_s, "[UDP]   host: \"voice.darvi.example\""_s), 1);
-    QCOMPARE(site.countLines("debug"_s, "[UDP] Resolved to: \"127.0.0.1\""_s), 1);
+    QVERIFY(site.logsOnce("debug"_s, "[TCP] Connecting to \"voice.darvi.example\" : 8080"_s));
+    QVERIFY(site.logsOnce("debug"_s, "[UDP]   host: \"voice.darvi.example\""_s));
+    QVERIFY(site.logsOnce("debug"_s, "[UDP] Resolved to: \"127.0.0.1\""_s));
 }
 
 void TestSiteServerName::aNameThatDoesNotResolveIsTriedUntilItDoes() {

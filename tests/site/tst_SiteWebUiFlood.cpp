@@ -197,7 +197,7 @@ void TestSiteWebUiFlood::tenThousandCommandsCostNoSound() {
     };
     m_site->board().setSquelch(true);
     member->speak(tone(roomHertz, -10, 70));
-    const Heard heard = undisturbed(duringAFlood, [&] {
+    const Heard heard = undisturbed(*m_site, duringAFlood, [&] {
         inBackground(prepareCommands);
         const std::int64_t fromNs = monotonicNs();
         Site::waitFor([&] { return secondsBetween(fromNs, monotonicNs()) > 1.0; }, 2000); // back to the usual pace
