@@ -18,8 +18,9 @@ namespace sim {
 /// Puts the calling process into mount and network namespaces of its own: a fresh, writable "/opt/kivo-appliance" with
 /// config/, tmp/ and sounds/ (owned as an installed box has it), a devpts folder, its own "/etc/hosts" and lock folder,
 /// a loopback interface that is up, nothing else. Whatever else lies in "/opt" stays in sight. Works as root (also
-/// inside a chroot) and, through a user namespace, as an ordinary user. Call it first thing in main(), before any
-/// thread. On failure it says why on stderr and returns false.
+/// inside a chroot) and, through a user namespace, as an ordinary user; root's site runs at the niceness of an
+/// installed gateway. Call it first thing in main(), before any thread. On failure it says why on stderr and returns
+/// false.
 bool enterPrivateSite();
 
 /// Folders inside the private site.
