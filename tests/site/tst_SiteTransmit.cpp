@@ -165,8 +165,9 @@ void TestSiteTransmit::theFirstFrameLeavesWithoutDelay() {
         QVERIFY(Site::waitFor([&] { return member->heard().size() >= 2; }, 5000));
         const RoomMember::Heard first = member->heard().front();
         delays.push_back(secondsBetween(openedNs, first.timeNs));
-        // Opus looks 6.5 ms ahead and comes to its full level within the frame; a sine has 3 dB less than its peak.
-        VERIFY_BETWEEN(rmsDbfs({first.samples.data() + frameSamples / 2, frameSamples / 2}), -18.0, -10.0);
+        // It carries sound: Opus looks 6.5 ms ahead and comes to its level, 3 dB below the sine's peak, within the
+        // frame. It may overshoot, since the encoder starts anew and the member's decoder does not.
+        VERIFY_BETWEEN(rmsDbfs({first.samples.data() + frameSamples / 2, frameSamples / 2}), -18.0, -6.0);
         site.board().setSquelch(false);
         QVERIFY(Site::waitFor([&] { return !site.server().isTalking(site.gateway()); }, 5000));
     }
