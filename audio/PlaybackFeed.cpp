@@ -44,7 +44,10 @@ bool PlaybackFeed::playChunk(int streamRateHz) {
     if (m_queue.prime()) {
         logPrimed(streamRateHz);
     }
-    const auto chunk = m_queue.isPrimed() ? m_queue.takeChunk() : std::span<const qint16>();
+    // A device that consumes more slowly than sound comes in is full some day. The surplus then waits here, where what
+    // is too old is dropped, and not the whole loop in a write.
+    const bool isDue = m_queue.isPrimed() && m_pcm.hasRoomFor(m_queue.chunkSamples());
+    const auto chunk = isDue ? m_queue.takeChunk() : std::span<const qint16>();
     return chunk.empty() || write(chunk);
 }
 

@@ -90,6 +90,11 @@ void PlaybackPcm::drainAndClose() {
     close();
 }
 
+bool PlaybackPcm::hasRoomFor(size_t frames) const {
+    const snd_pcm_sframes_t room = snd_pcm_avail_update(m_pcm.get());
+    return room < 0 || size_t(room) >= frames || m_bufferFrames <= startFrames();
+}
+
 snd_pcm_sframes_t PlaybackPcm::write(std::span<const qint16> mono) {
     return writeFrames(fitChannels(mono, 1, m_channels, m_fitted));
 }

@@ -7,8 +7,8 @@
 
 /// The sound device that feeds the radio's microphone input: 16-bit, half a second of buffer, blocking.
 ///
-/// A write waits for room, so it stalls the loop only while the device has stopped consuming; the driver bounds that
-/// wait and fails the write.
+/// A write waits for room. A device that has none keeps the loop waiting, for long if it has stopped consuming; the
+/// driver bounds that wait and fails the write.
 class PlaybackPcm {
 public:
     /// Opens, sets the device up and fills it with silence. A failure is logged and leaves it closed.
@@ -25,6 +25,9 @@ public:
     /// What rateHz() tells until a device grants one.
     void assumeRate(int rateHz) { m_rateHz = rateHz; }
 
+    /// Whether a write of that many frames returns at once. Also true of a device whose trouble a write would bring to
+    /// light, and of one that is full as soon as it starts: that one can only be waited for.
+    bool hasRoomFor(size_t frames) const;
     /// Writes mono samples to every channel. Returns the frames written or a negative ALSA error.
     snd_pcm_sframes_t write(std::span<const qint16> mono);
     /// Makes the device ready again after an error; false when it cannot be.

@@ -25,6 +25,7 @@ public:
     /// The oldest chunk, valid until the next append; empty when less than a whole chunk is there.
     std::span<const qint16> takeChunk();
 
+    size_t chunkSamples() const { return m_chunkSamples; }
     int sizeBytes() const { return int(size() * sizeof(qint16)); }
     /// How many chunks were dropped because too many waited.
     int droppedChunks() const { return m_droppedChunks; }

@@ -62,7 +62,7 @@ struct CardMemory {
     std::atomic<std::uint32_t> rateHz;
     std::atomic<std::uint32_t> minChannels;
     std::atomic<std::uint32_t> maxChannels;
-    std::uint32_t padding;
+    std::atomic<std::uint32_t> stalled; ///< 1: no stream moves on
     CardSide capture;
     CardSide playback;
     AirRing heard;  ///< what the receiver gives to the capture jack; written ahead by the site

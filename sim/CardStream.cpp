@@ -205,7 +205,7 @@ snd_pcm_sframes_t CardStream::position() {
 }
 
 std::int64_t CardStream::currentPosition() const {
-    return m_running ? frameAt(airNow() - m_startIndex) : m_position;
+    return isMoving() ? frameAt(airNow() - m_startIndex) : m_position;
 }
 
 snd_pcm_uframes_t CardStream::available(std::int64_t position) const {

@@ -43,6 +43,7 @@ private:
     bool isPlayback() const { return &m_side == &m_card.playback; }
     bool isUnplugged() const { return m_card.unplugs.load() != m_unplugsAtOpen; }
     bool cannotWrite() const { return isPlayback() && m_card.failingWrites.load() != 0; }
+    bool isMoving() const { return m_running && m_card.stalled.load() == 0; }
     bool isXrunOrdered() const { return m_side.xrunsOrdered.load() != m_xrunsOrderedAtStart; }
     std::int64_t airNow() const { return airIndex(monotonicNs(), m_io.rate); }
     std::int64_t airOffset(std::int64_t frame) const;

@@ -160,12 +160,21 @@ void SoundCard::setRate(int rateHz) {
     m_shared->memory().rateHz = std::uint32_t(rateHz);
 }
 
+void SoundCard::setChannels(int min, int max) {
+    m_shared->memory().minChannels = std::uint32_t(min);
+    m_shared->memory().maxChannels = std::uint32_t(max);
+}
+
 void SoundCard::overrun() {
     m_shared->memory().capture.xrunsOrdered.fetch_add(1);
 }
 
 void SoundCard::underrun() {
     m_shared->memory().playback.xrunsOrdered.fetch_add(1);
+}
+
+void SoundCard::stall(bool stalled) {
+    m_shared->memory().stalled = stalled ? 1 : 0;
 }
 
 void SoundCard::failPlaybackWrites(bool fail) {

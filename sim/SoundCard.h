@@ -54,8 +54,10 @@ public:
     void unplug();                 ///< running streams end with "no such device", and it is absent until plugIn()
     void plugIn();
     void setRate(int rateHz);           ///< for the next open; while no stream runs
+    void setChannels(int min, int max); ///< the same
     void overrun();                     ///< the running capture stream overruns
     void underrun();                    ///< the running playback stream underruns
+    void stall(bool stalled);           ///< nothing moves on either side, and nothing says so, while set
     void failPlaybackWrites(bool fail); ///< every write fails and cannot be recovered, while set
 
     /// Writes the ALSA configuration that leads "hw:N,0" to the cards of that folder, and "default" to card 0. Returns

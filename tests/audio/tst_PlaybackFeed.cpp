@@ -58,6 +58,7 @@ private Q_SLOTS:
     void playsOutBeforeItCloses();
     void opensAtOnceWhateverTheFrameDuration_data();
     void opensAtOnceWhateverTheFrameDuration();
+    void waitsForNoFullDevice();
     void givesUpAtTheHundredAndFirstFailure();
     void countsOnlyFailuresInARow();
     void goesOnAfterUnderruns();
@@ -219,6 +220,26 @@ void TestPlaybackFeed::opensAtOnceWhateverTheFrameDuration() {
     QVERIFY2(timer.elapsed() < 100, qPrintable(QString::number(timer.elapsed())));
     QVERIFY(card.framesPlayed() > 0);
     QVERIFY(card.framesPlayed() <= 24000); // never more than the buffer takes
+}
+
+void TestPlaybackFeed::waitsForNoFullDevice() {
+    sim::SoundCard card(m_folder.path(), 3);
+    PlaybackFeed feed;
+    QVERIFY(feed.open(cardName));
+    card.stall(true);
+    const std::vector<qint16> frame(960);
+    QElapsedTimer timer;
+    timer.start();
+    for (int i = 0; i < 60; ++i) { // more than the buffer's 25
+        feed.append(frame);
+        QVERIFY(feed.playChunk(48000));
+    }
+    QVERIFY2(timer.elapsed() < 500, qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(int(card.framesPlayed()), 24000);
+
+    // And all that may be held back follows when there is room again.
+    card.stall(false);
+    QTRY_COMPARE((feed.playChunk(48000), int(card.framesPlayed())), 24000 + 10 * 960);
 }
 
 void TestPlaybackFeed::givesUpAtTheHundredAndFirstFailure() {
