@@ -1,0 +1,47 @@
+#pragma once
+
+#include "Processor.h"
+
+/// A figure that the test has measured, for whoever reads the test's output.
+inline void tellMeasured(const char *what, double value, const char *unit) {
+    qInfo("measured: %s: %.3f %s", what, value, unit);
+}
+
+/// What a stretch of time costs the daemon: log lines, processor, memory.
+class Expense {
+public:
+    explicit Expense(sim::Site &site) : m_site(site) {}
+
+    double seconds() const { return secondsBetween(m_beginNs, sim::monotonicNs()); }
+    int lines() const { return m_site.daemon().log().size() - m_linesBefore; }
+    double linesPerHour() const { return lines() * 3600.0 / seconds(); }
+    /// Of one processor.
+    double load() const { return (processorSeconds(m_site.daemon().processId()) - m_processorBefore) / seconds(); }
+    /// By how much its own memory has grown, without what it shares with the simulated card.
+    int kilobytes() const { return ownKilobytes(m_site.daemon().processId()) - m_kilobytesBefore; }
+
+    void tell(const char *fault) const {
+        qInfo("measured: %s: %.0f log lines an hour, %.2f %% of a processor, %d kB more, over %.1f s", fault,
+              linesPerHour(), load() * 100.0, kilobytes(), seconds());
+    }
+
+private:
+    static int ownKilobytes(qint64 processId) {
+        QFile status(QStringLiteral("/proc/%1/status").arg(processId));
+        const QByteArray all = status.open(QIODevice::ReadOnly) ? status.readAll() : QByteArray();
+        return all.mid(all.indexOf("RssAnon:") + 8).trimmed().split(' ').first().toInt();
+    }
+
+    sim::Site &m_site;
+    const std::int64_t m_beginNs = sim::monotonicNs();
+    const int m_linesBefore = m_site.daemon().log().size();
+    const double m_processorBefore = processorSeconds(m_site.daemon().processId());
+    const int m_kilobytesBefore = ownKilobytes(m_site.daemon().processId());
+};
+
+/// For that long, whatever happens.
+inline void letPass(double seconds) {
+    const std::int64_t beginNs = sim::monotonicNs();
+    sim::Site::waitFor([&] { return secondsBetween(beginNs, sim::monotonicNs()) >= seconds; },
+                       int(seconds * 1000) + 5000);
+}
