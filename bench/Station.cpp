@@ -1,5 +1,6 @@
 #include "Station.h"
 
+#include "Shaping.h"
 #include "audio/FrameCipher.h"
 #include "audio/Gain.h"
 #include "audio/OpusCodec.h"
@@ -19,24 +20,13 @@ std::unique_ptr<AudioEngine> Station::engine(unsigned playbackRateHz) {
         !engine->openCapture())
         return nullptr;
     engine->setEncryptionKey(key().toBase64());
-    engine->setMicGain(micGainPercent);
-    engine->setSpeakerGain(micGainPercent);
+    engine->setMicGain(Shaping::gainPercent);
+    engine->setSpeakerGain(Shaping::gainPercent);
     engine->setAgcEnabled(true);
-    engine->setTxTone(txTone.bass, txTone.mid, txTone.treble);
-    engine->setRxTone(rxTone.bass, rxTone.mid, rxTone.treble);
+    engine->setTxTone(Shaping::txTone.bass, Shaping::txTone.mid, Shaping::txTone.treble);
+    engine->setRxTone(Shaping::rxTone.bass, Shaping::rxTone.mid, Shaping::rxTone.treble);
     engine->setTotDuration(180);
     return engine;
-}
-
-std::vector<Frame> Station::shapedVoice() {
-    ToneControl tone;
-    tone.set(txTone.bass, txTone.mid, txTone.treble, rateHz);
-    std::vector<Frame> frames = voice();
-    for (Frame &frame : frames) {
-        applyGain(frame, micGainPercent, -32767);
-        tone.process(frame);
-    }
-    return frames;
 }
 
 std::vector<QByteArray> Station::sealedVoice() {

@@ -15,23 +15,13 @@ namespace Station {
 constexpr int bitrate = 32000;
 constexpr int complexity = 5;
 constexpr int frameMs = 20;
-constexpr int micGainPercent = 80;
 constexpr quint32 talker = 42;
-
-struct Tone {
-    float bass, mid, treble;
-};
-constexpr Tone txTone{3.0F, -2.0F, 4.0F};
-constexpr Tone rxTone{-3.0F, 2.0F, 5.0F};
 
 /// 32 bytes.
 QByteArray key();
 
 /// Nothing when it could not be set up.
 std::unique_ptr<AudioEngine> engine(unsigned playbackRateHz);
-
-/// The voice as the encoder sees it: after gain and tone.
-std::vector<Frame> shapedVoice();
 
 /// The voice as packets of the network: encoded and sealed.
 std::vector<QByteArray> sealedVoice();

@@ -1,6 +1,7 @@
 // The engine's two paths, all stages on, against the bare library calls on the same frames. One pass is five seconds.
 
 #include "Figures.h"
+#include "Shaping.h"
 #include "Station.h"
 
 #include <QCoreApplication>
@@ -41,7 +42,7 @@ void engineTransmits(benchmark::State &state) {
 BENCHMARK(engineTransmits);
 
 void bareTransmits(benchmark::State &state) {
-    const std::vector<Frame> frames = Station::shapedVoice();
+    const std::vector<Frame> frames = Shaping::shapedVoice();
     const QByteArray key = Station::key();
     int error = OPUS_OK;
     OpusEncoder *encoder = opus_encoder_create(rateHz, 1, OPUS_APPLICATION_VOIP, &error);

@@ -1,8 +1,9 @@
-/* The bare job of a gateway and nothing else, as the reference of what the daemon costs: one direction per process,
- * paced by the blocking card or socket.
+/* The bare job of a gateway and nothing else, as the reference of what the daemon costs. Paced as the daemon is: the
+ * card is looked at every 10 ms and given a frame every 20 ms.
  *
  *   bench-bare transmit CARD PORT KEY    card -> opus_encode -> crypto_secretbox_easy -> UDP to 127.0.0.1:PORT
- *   bench-bare receive CARD PORT KEY     UDP at PORT -> crypto_secretbox_open_easy -> opus_decode -> card
+ *   bench-bare receive CARD PORT KEY     UDP at PORT + 1 -> crypto_secretbox_open_easy -> opus_decode -> card
+ *   bench-bare both CARD PORT KEY        the one and the other
  *
  * KEY is 32 characters. Runs until it is killed. */
 
@@ -27,8 +28,8 @@ enum {
     framesBeforeStart = 5 * frameSamples,
     queuedBeforeStart = 5,
     mostQueued = 10,
-    captureMs = 10,
-    playbackMs = 20,
+    tickMs = 10,
+    ticksPerFrame = 2,
     bitrate = 32000,
     complexity = 5,
     idBytes = 4,
@@ -90,110 +91,126 @@ static void tick(int timer) {
     check(read(timer, &expirations, sizeof expirations) == sizeof expirations, "the timer has failed");
 }
 
-/* The card is running as soon as it has been read once. */
-static void waitForFrame(snd_pcm_t *pcm, int timer) {
-    while (snd_pcm_state(pcm) == SND_PCM_STATE_RUNNING && snd_pcm_avail_update(pcm) < frameSamples)
-        tick(timer);
-}
+typedef struct {
+    snd_pcm_t *pcm;
+    OpusEncoder *encoder;
+    int udp;
+    struct sockaddr_in address;
+    unsigned char datagram[mostBytes]; /* the nonce in it counts up */
+} Transmitter;
 
-static void transmit(int byTimers, const char *card, int port, const unsigned char *key) {
-    const int timer = everyMs(captureMs);
-    snd_pcm_t *pcm = openCard(card, SND_PCM_STREAM_CAPTURE);
-    OpusEncoder *encoder = opus_encoder_create(rateHz, 1, OPUS_APPLICATION_VOIP, NULL);
-    check(encoder != NULL && opus_encoder_ctl(encoder, OPUS_SET_BITRATE(bitrate)) == OPUS_OK &&
-              opus_encoder_ctl(encoder, OPUS_SET_COMPLEXITY(complexity)) == OPUS_OK,
+typedef struct {
+    snd_pcm_t *pcm;
+    OpusDecoder *decoder;
+    int udp;
+    short queue[mostQueued][frameSamples];
+    unsigned taken;
+    unsigned played;
+    int playing;
+} Receiver;
+
+static void openTransmitter(Transmitter *out, const char *card, int port) {
+    out->pcm = openCard(card, SND_PCM_STREAM_CAPTURE);
+    check(snd_pcm_start(out->pcm) == 0, "the card does not start");
+    out->encoder = opus_encoder_create(rateHz, 1, OPUS_APPLICATION_VOIP, NULL);
+    check(out->encoder != NULL && opus_encoder_ctl(out->encoder, OPUS_SET_BITRATE(bitrate)) == OPUS_OK &&
+              opus_encoder_ctl(out->encoder, OPUS_SET_COMPLEXITY(complexity)) == OPUS_OK,
           "no encoder");
-    const int udp = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    out->udp = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    out->address = localPort(port);
+    check(out->udp >= 0, "no socket");
+}
+
+static void openReceiver(Receiver *in, const char *card, int port) {
+    in->pcm = openCard(card, SND_PCM_STREAM_PLAYBACK);
+    startAfter(in->pcm, framesBeforeStart);
+    in->decoder = opus_decoder_create(rateHz, 1, NULL);
+    check(in->decoder != NULL, "no decoder");
+    in->udp = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     const struct sockaddr_in address = localPort(port);
-    check(udp >= 0, "no socket");
-    unsigned char datagram[mostBytes] = {0};
-    unsigned char *nonce = datagram + idBytes;
-    for (;;) {
-        short frame[frameSamples];
-        if (byTimers)
-            waitForFrame(pcm, timer);
-        const snd_pcm_sframes_t read = snd_pcm_readi(pcm, frame, frameSamples);
-        if (read != frameSamples) {
-            check(read >= 0 || snd_pcm_recover(pcm, (int)read, 1) == 0, "the card has failed");
-            continue;
-        }
-        unsigned char packet[mostBytes - headerBytes - crypto_secretbox_MACBYTES];
-        const int size = opus_encode(encoder, frame, frameSamples, packet, sizeof packet);
-        check(size > 0, "a frame does not encode");
-        sodium_increment(nonce, nonceBytes);
-        crypto_secretbox_easy(datagram + headerBytes, packet, (unsigned)size, nonce, key);
-        sendto(udp, datagram, (size_t)size + headerBytes + crypto_secretbox_MACBYTES, 0,
-               (const struct sockaddr *)&address, sizeof address); /* what the network does not take is lost */
-    }
+    check(in->udp >= 0 && bind(in->udp, (const struct sockaddr *)&address, sizeof address) == 0, "no socket");
 }
 
-static void play(snd_pcm_t *pcm, const short *frame) {
-    const snd_pcm_sframes_t written = snd_pcm_writei(pcm, frame, frameSamples);
-    if (written < 0) {
-        check(snd_pcm_recover(pcm, (int)written, 1) == 0 && snd_pcm_writei(pcm, frame, frameSamples) >= 0,
+static void sendFrame(Transmitter *out, const short *frame, const unsigned char *key) {
+    unsigned char packet[mostBytes - headerBytes - crypto_secretbox_MACBYTES];
+    const int size = opus_encode(out->encoder, frame, frameSamples, packet, sizeof packet);
+    check(size > 0, "a frame does not encode");
+    unsigned char *nonce = out->datagram + idBytes;
+    sodium_increment(nonce, nonceBytes);
+    crypto_secretbox_easy(out->datagram + headerBytes, packet, (unsigned)size, nonce, key);
+    sendto(out->udp, out->datagram, (size_t)size + headerBytes + crypto_secretbox_MACBYTES, 0,
+           (const struct sockaddr *)&out->address, sizeof out->address); /* what the network does not take is lost */
+}
+
+static void transmitFrame(Transmitter *out, const unsigned char *key) {
+    const snd_pcm_sframes_t available = snd_pcm_avail_update(out->pcm);
+    if (available >= 0 && available < frameSamples)
+        return;
+    short frame[frameSamples];
+    const snd_pcm_sframes_t read = available < 0 ? available : snd_pcm_readi(out->pcm, frame, frameSamples);
+    if (read == frameSamples)
+        sendFrame(out, frame, key);
+    else
+        check(read >= 0 || (snd_pcm_recover(out->pcm, (int)read, 1) == 0 && snd_pcm_start(out->pcm) == 0),
               "the card has failed");
-    }
 }
 
-static void takeDatagram(int udp, OpusDecoder *decoder, const unsigned char *key, short *frame) {
+static void takeDatagram(Receiver *in, const unsigned char *key) {
     unsigned char datagram[mostBytes];
     unsigned char packet[mostBytes];
-    const ssize_t size = recvfrom(udp, datagram, sizeof datagram, 0, NULL, NULL);
+    const ssize_t size = recvfrom(in->udp, datagram, sizeof datagram, 0, NULL, NULL);
     const ssize_t packetBytes = size - headerBytes - crypto_secretbox_MACBYTES;
     check(packetBytes > 0 && crypto_secretbox_open_easy(packet, datagram + headerBytes, (size_t)size - headerBytes,
                                                         datagram + idBytes, key) == 0,
           "a datagram does not open");
-    check(opus_decode(decoder, packet, (opus_int32)packetBytes, frame, frameSamples, 0) == frameSamples,
+    short *frame = in->queue[in->taken++ % mostQueued];
+    check(opus_decode(in->decoder, packet, (opus_int32)packetBytes, frame, frameSamples, 0) == frameSamples,
           "a packet does not decode");
+    if (in->taken - in->played > mostQueued)
+        in->played = in->taken - mostQueued;
 }
 
-static void playByTimer(snd_pcm_t *pcm, int udp, OpusDecoder *decoder, const unsigned char *key) {
-    static short queue[mostQueued][frameSamples];
-    unsigned taken = 0;
-    unsigned played = 0;
-    int playing = 0;
-    struct pollfd ready[] = {{udp, POLLIN, 0}, {everyMs(playbackMs), POLLIN, 0}};
-    for (;;) {
-        check(poll(ready, 2, -1) > 0, "cannot wait");
-        if (ready[0].revents != 0) {
-            takeDatagram(udp, decoder, key, queue[taken++ % mostQueued]);
-            if (taken - played > mostQueued)
-                played = taken - mostQueued;
-        }
-        playing = playing || taken - played >= queuedBeforeStart;
-        if (ready[1].revents != 0) {
-            tick(ready[1].fd);
-            if (playing && played != taken)
-                play(pcm, queue[played++ % mostQueued]);
-        }
+static void playFrame(Receiver *in) {
+    in->playing = in->playing || in->taken - in->played >= queuedBeforeStart;
+    if (!in->playing || in->played == in->taken)
+        return;
+    const short *frame = in->queue[in->played++ % mostQueued];
+    const snd_pcm_sframes_t written = snd_pcm_writei(in->pcm, frame, frameSamples);
+    if (written < 0) {
+        check(snd_pcm_recover(in->pcm, (int)written, 1) == 0 && snd_pcm_writei(in->pcm, frame, frameSamples) >= 0,
+              "the card has failed");
     }
 }
 
-static void receive(int byTimers, const char *card, int port, const unsigned char *key) {
-    snd_pcm_t *pcm = openCard(card, SND_PCM_STREAM_PLAYBACK);
-    startAfter(pcm, framesBeforeStart);
-    OpusDecoder *decoder = opus_decoder_create(rateHz, 1, NULL);
-    check(decoder != NULL, "no decoder");
-    const int udp = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const struct sockaddr_in address = localPort(port);
-    check(udp >= 0 && bind(udp, (const struct sockaddr *)&address, sizeof address) == 0, "no socket");
-    if (byTimers)
-        playByTimer(pcm, udp, decoder, key);
-    for (;;) {
-        short frame[frameSamples];
-        takeDatagram(udp, decoder, key, frame);
-        play(pcm, frame);
+static void work(Transmitter *out, Receiver *in, const unsigned char *key) {
+    struct pollfd ready[] = {{everyMs(tickMs), POLLIN, 0}, {in ? in->udp : -1, POLLIN, 0}};
+    for (unsigned ticks = 0;;) {
+        check(poll(ready, 2, -1) > 0, "cannot wait");
+        if (ready[1].revents != 0)
+            takeDatagram(in, key);
+        if (ready[0].revents == 0)
+            continue;
+        tick(ready[0].fd);
+        if (out)
+            transmitFrame(out, key);
+        if (in && ++ticks % ticksPerFrame == 0)
+            playFrame(in);
     }
 }
 
 int main(int argc, char **argv) {
-    check(argc == 6 && strlen(argv[5]) == crypto_secretbox_KEYBYTES,
-          "give transmit|receive timers|blocking CARD PORT KEY");
+    check(argc == 5 && strlen(argv[4]) == crypto_secretbox_KEYBYTES, "give transmit|receive|both CARD PORT KEY");
     check(prctl(PR_SET_PDEATHSIG, SIGKILL) == 0, "would outlive its parent");
     check(sodium_init() >= 0, "no libsodium");
-    const int byTimers = strcmp(argv[2], "timers") == 0;
-    const unsigned char *key = (const unsigned char *)argv[5];
-    if (strcmp(argv[1], "transmit") == 0)
-        transmit(byTimers, argv[3], atoi(argv[4]), key);
-    receive(byTimers, argv[3], atoi(argv[4]), key);
+    static Transmitter out;
+    static Receiver in;
+    const char *job = argv[1];
+    const int port = atoi(argv[3]);
+    const int transmits = strcmp(job, "receive") != 0;
+    const int receives = strcmp(job, "transmit") != 0;
+    if (transmits)
+        openTransmitter(&out, argv[2], port);
+    if (receives)
+        openReceiver(&in, argv[2], port + 1);
+    work(transmits ? &out : NULL, receives ? &in : NULL, (const unsigned char *)argv[4]);
 }

@@ -1,13 +1,13 @@
 // What the whole daemon costs on the simulated site: the processor time that it has per second of audio, against that
-// of bench-bare, which does the bare job on a card of its own with the same sound and the same packets, once paced by
-// timers as the daemon is, once by what blocks; how often it wakes up; how much memory it holds.
+// of bench-bare, which does the bare job on a card of its own with the same sound and the same packets, paced as the
+// daemon is; how often it wakes up; how much memory it holds.
 //
 //   bench-process [SECONDS [RUNS]]     30 and 3 unless given
 //
 // Daemon and reference run in turn; a figure is the median over the runs.
 
 #include "Figures.h"
-#include "Voice.h"
+#include "Shaping.h"
 #include "sim/MonotonicClock.h"
 #include "sim/RoomMember.h"
 #include "sim/SealedFrame.h"
@@ -32,8 +32,8 @@ using namespace sim;
 
 namespace {
 
-constexpr quint16 sinkPort = 9101; // the site has a loopback of its own
-constexpr quint16 barePort = 9102;
+constexpr quint16 sinkPort = 9101;         // the site has a loopback of its own
+constexpr quint16 barePort = sinkPort + 1; // where the reference receives
 constexpr int settleMs = 2000;
 constexpr int timeoutMs = 20000;
 constexpr double framesPerSecond = 50.0;
@@ -104,9 +104,8 @@ void live(int ms) {
 
 // What is said
 
-Pcm voiceOf(int seconds) {
+Pcm lasting(int seconds, const std::vector<Frame> &frames) {
     Pcm pcm;
-    const std::vector<Frame> frames = voice();
     for (std::size_t i = 0; i < std::size_t(seconds) * std::size_t(framesPerSecond); ++i) {
         const Frame &frame = frames[i % frames.size()];
         pcm.samples.insert(pcm.samples.end(), frame.begin(), frame.end());
@@ -146,16 +145,17 @@ private:
 
 struct State {
     const char *name;
+    const char *job; ///< of the reference; null: it has none
     bool transmits;
     bool receives;
-    double reach; ///< at most this times the reference; 0: there is none
+    double reach; ///< at most this times the reference
 };
 
 constexpr State states[] = {
-    {"idle in a room", false, false, 0.0},
-    {"transmitting", true, false, 1.15},
-    {"receiving", false, true, 1.30},
-    {"both", true, true, 1.30},
+    {"idle in a room", nullptr, false, false, 0.0},
+    {"transmitting", "transmit", true, false, 1.15},
+    {"receiving", "receive", false, true, 1.30},
+    {"both", "both", true, true, 1.30},
 };
 constexpr std::size_t idle = 0;
 constexpr std::size_t transmitting = 1;
@@ -206,7 +206,7 @@ public:
             m_member.startTalking();
             talker.emplace(m_packets, [this](const QByteArray &packet) { m_member.sendFrame(packet); });
         }
-        const auto cost = measure(state, m_site.card(), {m_site.daemon().processId()});
+        const auto cost = measure(state, m_site.card(), m_site.daemon().processId());
         m_site.board().setSquelch(false);
         m_site.card().clearFeed();
         if (state.receives)
@@ -216,18 +216,14 @@ public:
         return cost;
     }
 
-    /// The same of the reference, one process for each direction.
-    std::optional<Cost> bare(const State &state, const QString &pace) {
-        QProcess transmitter;
-        QProcess receiver;
-        QList<qint64> processIds;
-        if (state.transmits) {
-            m_bareCard.feed(m_voice);
-            processIds.append(start(transmitter, {QStringLiteral("transmit"), pace}, sinkPort));
-        }
+    /// The same of the reference.
+    std::optional<Cost> bare(const State &state) {
+        QProcess process;
+        if (state.transmits)
+            m_bareCard.feed(m_shapedVoice);
+        start(process, state.job);
         std::optional<Talker> talker;
         if (state.receives) {
-            processIds.append(start(receiver, {QStringLiteral("receive"), pace}, barePort));
             // The datagrams of before it listens would only be refused.
             Site::waitFor([this] { return m_bareCard.isPlaybackOpen(); }, timeoutMs);
             talker.emplace(m_packets, [this](const QByteArray &packet) {
@@ -235,11 +231,9 @@ public:
                                      barePort);
             });
         }
-        const auto cost = measure(state, m_bareCard, processIds);
-        for (QProcess *process : {&transmitter, &receiver}) {
-            process->kill();
-            process->waitForFinished();
-        }
+        const auto cost = measure(state, m_bareCard, process.processId());
+        process.kill();
+        process.waitForFinished();
         m_bareCard.clearFeed();
         return cost;
     }
@@ -249,33 +243,33 @@ public:
 
 private:
     static QJsonObject settings() {
-        return {{QStringLiteral("mic_gain"), 80},      {QStringLiteral("speaker_gain"), 80},
-                {QStringLiteral("agc_enabled"), true}, {QStringLiteral("tot_duration"), 180},
-                {QStringLiteral("tx_bass"), 3},        {QStringLiteral("tx_mid"), -2},
-                {QStringLiteral("tx_treble"), 4},      {QStringLiteral("rx_bass"), -3},
-                {QStringLiteral("rx_mid"), 2},         {QStringLiteral("rx_treble"), 5}};
+        using namespace Shaping;
+        return {{QStringLiteral("mic_gain"), gainPercent},    {QStringLiteral("speaker_gain"), gainPercent},
+                {QStringLiteral("agc_enabled"), true},        {QStringLiteral("tot_duration"), 180},
+                {QStringLiteral("tx_bass"), txTone.bass},     {QStringLiteral("tx_mid"), txTone.mid},
+                {QStringLiteral("tx_treble"), txTone.treble}, {QStringLiteral("rx_bass"), rxTone.bass},
+                {QStringLiteral("rx_mid"), rxTone.mid},       {QStringLiteral("rx_treble"), rxTone.treble}};
     }
 
-    qint64 start(QProcess &process, const QStringList &job, quint16 port) {
+    static void start(QProcess &process, const char *job) {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("ALSA_CONFIG_PATH"), SoundCard::writeAlsaConfig(sitePaths().cards));
         process.setProcessEnvironment(environment);
         process.setProcessChannelMode(QProcess::ForwardedChannels);
-        process.start(QStringLiteral(KIVO_BENCH_BARE_FILE),
-                      job + QStringList{QStringLiteral("hw:1,0"), QString::number(port), QString::fromLatin1(key())});
+        process.start(QStringLiteral(KIVO_BENCH_BARE_FILE), {QString::fromLatin1(job), QStringLiteral("hw:1,0"),
+                                                             QString::number(sinkPort), QString::fromLatin1(key())});
         process.waitForStarted();
-        return process.processId();
     }
 
-    std::optional<Cost> measure(const State &state, const SoundCard &card, const QList<qint64> &processIds) {
+    std::optional<Cost> measure(const State &state, const SoundCard &card, qint64 processId) {
         live(settleMs);
-        const Usage before = usageOfAll(processIds);
+        const Usage before = usageOf(processId);
         const int sentBefore = m_framesSent;
         const std::int64_t playedBefore = card.framesPlayed();
         const std::int64_t beginNs = monotonicNs();
         live(m_seconds * 1000);
         const double seconds = double(monotonicNs() - beginNs) / 1e9;
-        const Usage after = usageOfAll(processIds);
+        const Usage after = usageOf(processId);
         const double sent = (m_framesSent - sentBefore) / (seconds * framesPerSecond);
         const double played = double(card.framesPlayed() - playedBefore) / (seconds * rateHz);
         if (!isAll(sent, state.transmits) || !isAll(played, state.receives)) {
@@ -287,20 +281,14 @@ private:
 
     static bool isAll(double share, bool expected) { return expected ? share >= leastShareOfFrames : share == 0.0; }
 
-    static Usage usageOfAll(const QList<qint64> &processIds) {
-        Usage sum;
-        for (const qint64 processId : processIds)
-            sum += usageOf(processId);
-        return sum;
-    }
-
     int m_seconds;
     Site m_site;
     SoundCard m_bareCard{sitePaths().cards, 1};
     RoomMember m_member;
     QUdpSocket m_sink; ///< where the reference transmits to
     int m_framesSent = 0;
-    const Pcm m_voice = voiceOf(m_seconds + 10);
+    const Pcm m_voice = lasting(m_seconds + 10, voice());
+    const Pcm m_shapedVoice = lasting(m_seconds + 10, Shaping::shapedVoice()); ///< what the daemon makes of it
     const std::vector<QByteArray> m_packets = packetsOfVoice();
     std::vector<double> m_privateDirtyMb;
 };
@@ -312,12 +300,9 @@ double median(std::vector<double> values) {
     return values.empty() ? -1.0 : values[values.size() / 2];
 }
 
-constexpr const char *paces[] = {"timers", "blocking"};
-
 /// What was measured of one state, run by run.
 struct Runs {
-    std::vector<double> daemonMs, wakeUps;
-    std::array<std::vector<double>, std::size(paces)> bareMs;
+    std::vector<double> daemonMs, wakeUps, bareMs;
 };
 
 std::vector<double> ratios(const std::vector<double> &values, const std::vector<double> &references) {
@@ -344,13 +329,12 @@ bool run(Measurement &measurement, const State &state, Runs &runs) {
         return false;
     runs.daemonMs.push_back(daemon->processorMs);
     runs.wakeUps.push_back(daemon->wakeUps);
-    for (std::size_t i = 0; state.reach > 0.0 && i < std::size(paces); ++i) {
-        const QString pace = QString::fromLatin1(paces[i]);
-        const auto bare = attempt(state, paces[i], [&] { return measurement.bare(state, pace); });
-        if (!bare)
-            return false;
-        runs.bareMs[i].push_back(bare->processorMs);
-    }
+    if (!state.job)
+        return true;
+    const auto bare = attempt(state, "bare job", [&] { return measurement.bare(state); });
+    if (!bare)
+        return false;
+    runs.bareMs.push_back(bare->processorMs);
     return true;
 }
 
@@ -364,9 +348,9 @@ bool printRatio(const QByteArray &what, const std::vector<double> &values, const
 bool printProcessor(const std::array<Runs, std::size(states)> &runs) {
     bool kept = true;
     for (std::size_t i = 0; i < std::size(states); ++i) {
-        for (std::size_t pace = 0; states[i].reach > 0.0 && pace < std::size(paces); ++pace)
-            kept &= printRatio(QByteArray("process ") + states[i].name + "; the bare job, " + paces[pace],
-                               runs[i].daemonMs, runs[i].bareMs[pace], states[i].reach);
+        if (states[i].job)
+            kept &= printRatio(QByteArray("process ") + states[i].name + "; the bare job", runs[i].daemonMs,
+                               runs[i].bareMs, states[i].reach);
     }
     kept &=
         printRatio("process idle in a room; transmitting", runs[idle].daemonMs, runs[transmitting].daemonMs, reachIdle);
