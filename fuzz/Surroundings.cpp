@@ -1,0 +1,60 @@
+#include "Surroundings.h"
+
+#include "Promise.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QTemporaryDir>
+
+/// Freed memory is watched for long enough to catch a late use, and used again soon enough to stay in the cache.
+extern "C" const char *__asan_default_options();
+extern "C" const char *__asan_default_options() {
+    return "quarantine_size_mb=8:malloc_context_size=10";
+}
+
+// The disk is not what is tried here: nothing waits for it. The program's own definitions come before the library's.
+extern "C" int fsync(int) {
+    return 0;
+}
+extern "C" int fdatasync(int) {
+    return 0;
+}
+
+namespace {
+
+qint64 loggedLines = 0;
+
+void swallow(QtMsgType type, const QMessageLogContext &context, const QString &text) {
+    loggedLines += !qFormatLogMessage(type, context, text).toUtf8().isEmpty();
+}
+
+/// Real cards of the machine stay out of it.
+void forbidSoundCards(const QString &configuration) {
+    QFile file(configuration);
+    promise(file.open(QIODevice::WriteOnly) && file.write("pcm.null { type null }\n") > 0, "set-up: sound");
+    qputenv("ALSA_CONFIG_PATH", QFile::encodeName(configuration));
+}
+
+} // namespace
+
+Surroundings &Surroundings::instance() {
+    static Surroundings one;
+    return one;
+}
+
+Surroundings::Surroundings() : m_time(new VirtualTime) {
+    static int argc = 1;
+    static char name[] = "kivo-fuzz";
+    static char *argv[] = {name, nullptr};
+    QCoreApplication::setEventDispatcher(m_time);
+    static const QCoreApplication application(argc, argv);
+    qInstallMessageHandler(swallow);
+    static const QTemporaryDir folder(QStringLiteral("/dev/shm/kivo-fuzz-XXXXXX"));
+    promise(folder.isValid(), "set-up: folder");
+    m_folder = folder.path();
+    forbidSoundCards(file("asound.conf"));
+}
+
+qint64 Surroundings::linesLogged() const {
+    return loggedLines;
+}
