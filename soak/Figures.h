@@ -1,0 +1,20 @@
+#pragma once
+
+#include <QtGlobal>
+
+#include <cstdint>
+
+/// What the kernel tells about a process.
+struct Figures {
+    // Without the memory of the simulated card, which on a real one is the kernel's.
+    double residentMb = 0.0;
+    double privateDirtyMb = 0.0;
+    int descriptors = 0;
+    int timers = 0; ///< timer descriptors; timers of an event loop are no more than the time-out of its poll
+    int threads = 0;
+    double wakeUps = 0.0; ///< so far, of all threads
+};
+Figures figuresOf(qint64 processId);
+
+/// How long its main thread was ready to run but had no processor, so far.
+std::int64_t waitedNs(qint64 processId);
