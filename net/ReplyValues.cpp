@@ -28,9 +28,9 @@ QJsonDocument jsonDocument(const ReplyFields &reply) {
 bool replaceValues(QVariantMap &map, const QJsonObject &object) {
     if (map.size() != object.size())
         return false;
-    auto entry = map.begin();
-    for (auto member = object.begin(); member != object.end(); ++member, ++entry) {
-        if (entry.key() != member.key())
+    for (auto entry = map.begin(); entry != map.end(); ++entry) {
+        const auto member = object.constFind(entry.key());
+        if (member == object.constEnd())
             return false;
         entry.value() = member.value().toVariant();
     }
