@@ -35,6 +35,8 @@ public:
     void reset();
     /// The bytes as they stand, in order, as fast as they are taken.
     void sendRaw(const QByteArray &bytes);
+    /// Whether all of it has gone into the line.
+    bool isAllSent() const { return m_unsent.isEmpty(); }
     /// The device disappears, as a cable pulled. For good: a board that is plugged in again is another Board.
     void vanish();
 

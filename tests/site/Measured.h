@@ -45,3 +45,14 @@ inline void letPass(double seconds) {
     sim::Site::waitFor([&] { return secondsBetween(beginNs, sim::monotonicNs()) >= seconds; },
                        int(seconds * 1000) + 5000);
 }
+
+/// Little of a processor and no memory to speak of. A sanitizer takes its own share of both.
+#ifdef __SANITIZE_ADDRESS__
+#define VERIFY_CHEAP(expense) VERIFY_BETWEEN((expense).load(), 0.0001, 0.5)
+#else
+#define VERIFY_CHEAP(expense)                                                                                          \
+    do {                                                                                                               \
+        VERIFY_BETWEEN((expense).load(), 0.0001, 0.15);                                                                \
+        VERIFY_BETWEEN((expense).kilobytes(), -4096, 1024);                                                            \
+    } while (false)
+#endif
