@@ -175,8 +175,9 @@ void VoiceServer::setReplyDelay(int delayMs) {
     m_replyDelayMs = delayMs;
 }
 
-void VoiceServer::setReplyPath(Path path) {
+void VoiceServer::setReplyPath(Path path, const QString &callsign) {
     m_replyPath = std::move(path);
+    m_replyPathCallsign = callsign;
 }
 
 void VoiceServer::setMediaPath(Path path) {
@@ -228,10 +229,16 @@ void VoiceServer::sendPieces(int id, const QByteArray &line) {
     if (!link) {
         return;
     }
-    const QList<QByteArray> pieces = alongPath(m_replyPath, line);
+    const QList<QByteArray> pieces = hasReplyPath(id) ? alongPath(m_replyPath, line) : QList<QByteArray>{line};
     for (const QByteArray &piece : pieces) {
         link->send(piece);
     }
+}
+
+bool VoiceServer::hasReplyPath(int id) const {
+    const Session *client = m_board->byId(id);
+    const QString callsign = client && client->account ? client->account->callsign : QString();
+    return m_replyPathCallsign.isEmpty() || m_replyPathCallsign == callsign;
 }
 
 void VoiceServer::hangUp(int id, const QString &callsign) {

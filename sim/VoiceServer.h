@@ -76,7 +76,8 @@ public:
     /// What becomes of something on its way to a client: the pieces that are sent in its place, one by one. The same
     /// twice is a duplicate; nothing now and two the next time is a change of order; a reply can be cut anywhere.
     using Path = std::function<QList<QByteArray>(const QByteArray &)>;
-    void setReplyPath(Path path); ///< for reply lines, with their line end
+    /// For reply lines, with their line end. With a callsign only for those to that client, from its login on.
+    void setReplyPath(Path path, const QString &callsign = {});
     void setMediaPath(Path path); ///< for datagrams
 
 Q_SIGNALS:
@@ -100,6 +101,7 @@ private:
     void takeLine(int id, const QString &line);
     void sendLine(int id, const QString &line);
     void sendPieces(int id, const QByteArray &line);
+    bool hasReplyPath(int id) const;
     void hangUp(int id, const QString &callsign);
     void onClosed(int id);
     void readDatagrams();
@@ -118,6 +120,7 @@ private:
     std::function<bool(const QString &)> m_ignored;
     std::function<bool(const QByteArray &)> m_lost;
     Path m_replyPath;
+    QString m_replyPathCallsign; ///< empty: everybody's
     Path m_mediaPath;
 };
 

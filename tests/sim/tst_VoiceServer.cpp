@@ -24,6 +24,7 @@ private Q_SLOTS:
     void losesChosenDatagrams();
     void delaysReplies();
     void altersRepliesOnTheirWay();
+    void altersRepliesToOneClientAlone();
     void altersDatagramsOnTheirWay();
     void startsAgainAfterStop();
     void saysWhenAPortIsTaken();
@@ -132,6 +133,22 @@ void TestVoiceServer::altersRepliesOnTheirWay() {
     m_server->setReplyPath([](const QByteArray &line) { return QList<QByteArray>{line, line.left(2), line.mid(2)}; });
     QCOMPARE(wire->ask("ROOMS", ""), QByteArray("ROOMS|Lobby,Big Hall"));
     QCOMPARE(wire->next(""), QByteArray("ROOMS|Lobby,Big Hall"));
+}
+
+void TestVoiceServer::altersRepliesToOneClientAlone() {
+    const auto wire = m_server->inLobby("AB1CD");
+    const auto other = m_server->inLobby("EF2GH");
+    wire->linesSoFar();
+    other->linesSoFar();
+    m_server->setReplyPath(
+        [](const QByteArray &line) {
+            return QList<QByteArray>{line, line};
+        },
+        QStringLiteral("EF2GH"));
+    wire->send("ROOMS");
+    other->send("ROOMS");
+    QCOMPARE(wire->linesSoFar().count("ROOMS|Lobby,Big Hall"), 1);
+    QCOMPARE(other->linesSoFar().count("ROOMS|Lobby,Big Hall"), 2);
 }
 
 void TestVoiceServer::altersDatagramsOnTheirWay() {
