@@ -184,7 +184,7 @@ private:
     SignalCounter m_signals{m_engine};
     FrameCipher m_cipher;
     bool m_isRoomKey = false;
-    int m_stepsLeft = 50;
+    int m_stepsLeft = 16;
 };
 
 } // namespace
