@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdio>
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -15,6 +16,9 @@ namespace {
 
 constexpr int startTimeoutMs = 10000;
 constexpr int endTimeoutMs = 10000;
+constexpr bool endsOrderly = KIVO_ORDERLY_END;
+/// Of a program in which a sanitizer has found something; the gateway has no use for it.
+constexpr int reportExitCode = 99;
 
 QProcessEnvironment environmentOfAService() {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
@@ -22,6 +26,11 @@ QProcessEnvironment environmentOfAService() {
         environment.remove(QLatin1String(name));
     }
     environment.insert(QStringLiteral("QT_MESSAGE_PATTERN"), QStringLiteral("%{type} %{message}"));
+    for (const char *name : {"ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS"}) {
+        const QString sanitizer = QLatin1String(name);
+        environment.insert(sanitizer,
+                           environment.value(sanitizer) + QStringLiteral(":exitcode=%1").arg(reportExitCode));
+    }
     return environment;
 }
 
@@ -44,15 +53,13 @@ Daemon::Daemon(const QStringList &program, QObject *parent)
     m_process->setStandardInputFile(QProcess::nullDevice());
     m_process->setStandardOutputFile(QProcess::nullDevice());
     connect(m_process.get(), &QProcess::readyReadStandardError, this, &Daemon::readLog);
-    connect(m_process.get(), QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this, [this] {
-        readLog();
-        Q_EMIT ended();
-    });
+    connect(m_process.get(), QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this, &Daemon::onEnded);
 }
 
 Daemon::~Daemon() {
+    blockSignals(true);
+    end();
     m_process->disconnect(this);
-    kill();
 }
 
 QStringList Daemon::defaultProgram() {
@@ -81,6 +88,33 @@ void Daemon::kill() {
         ::kill(pid_t(-m_process->processId()), SIGKILL); // gone already is as good
         m_process->waitForFinished(endTimeoutMs);
     }
+}
+
+void Daemon::end() {
+    if (endsOrderly && isRunning()) {
+        ::kill(pid_t(-m_process->processId()), SIGTERM); // gone already is as good
+        m_process->waitForFinished(endTimeoutMs);
+    }
+    kill();
+}
+
+void Daemon::onEnded() {
+    readLog();
+    failOnReport();
+    Q_EMIT ended();
+}
+
+/// What has no level is not the gateway's own.
+void Daemon::failOnReport() const {
+    if (m_process->exitStatus() != QProcess::NormalExit || m_process->exitCode() != reportExitCode) {
+        return;
+    }
+    for (const LogLine &line : m_log) {
+        if (line.level.isEmpty()) {
+            std::fprintf(stderr, "daemon: %s\n", qPrintable(line.text));
+        }
+    }
+    qFatal("a sanitizer has found something in the daemon");
 }
 
 bool Daemon::isRunning() const {

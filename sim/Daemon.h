@@ -20,14 +20,14 @@ struct LogLine {
 };
 
 /// The real binary as a child process, its log taken down line by line. It runs in a process group of its own, without
-/// LANG, and never outlives the site.
+/// LANG, and never outlives the site. What a sanitizer has to say of it ends the program.
 class Daemon : public QObject {
     Q_OBJECT
 
 public:
     /// @param program  path of kivo-appliance; an emulator may stand in front of it
     explicit Daemon(const QStringList &program, QObject *parent = nullptr);
-    ~Daemon() override; ///< kills it
+    ~Daemon() override; ///< kills it, or ends it orderly where it is built for that
 
     /// What the build made; or what KIVO_APPLIANCE_PROGRAM says, words parted by blanks.
     static QStringList defaultProgram();
@@ -52,7 +52,10 @@ Q_SIGNALS:
 private:
     class Process;
 
+    void end();
     void readLog();
+    void onEnded();
+    void failOnReport() const;
     void takeDown(const QByteArray &line);
 
     QStringList m_program;

@@ -98,7 +98,9 @@ QStringList RoomMember::talkers() const {
 }
 
 void RoomMember::sendLine(const QString &line) {
-    m_control.write(line.toUtf8() + "\r\n");
+    if (m_control.isOpen()) { // else it is lost, like all that was said before
+        m_control.write(line.toUtf8() + "\r\n");
+    }
 }
 
 const RoomMember::Reply RoomMember::replies[] = {

@@ -13,7 +13,7 @@ namespace {
 constexpr double radioHz = 1013, roomHz = 713; // broken numbers of waves per frame
 constexpr double saidDbfs = -10, leastDbfs = -16;
 constexpr int mostAttempts = 4;
-constexpr std::int64_t paceNs = 40'000'000;
+constexpr std::int64_t paceNs = 250'000'000; // a thousand times a moment of waiting
 
 bool isTone(const Pcm &sound, double hz) {
     return sound.seconds() > 0.5 && std::abs(toneHz(sound) - hz) < 0.01 * hz && toneLevelDbfs(sound, hz) > leastDbfs;
