@@ -3,7 +3,10 @@
 #include <QSignalSpy>
 #include <QtTest>
 
+#include <csignal>
 #include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using namespace sim;
 
@@ -34,6 +37,8 @@ private Q_SLOTS:
     void itCanBeStartedAgain();
     void aProgramThatIsNotThereDoesNotStart();
     void theProgramCanBeChosen();
+    void whatASanitizerFindsInItEndsTheProgram_data();
+    void whatASanitizerFindsInItEndsTheProgram();
 };
 
 void tst_Daemon::theLogIsTakenDownWithItsLevels() {
@@ -113,6 +118,33 @@ void tst_Daemon::aProgramThatIsNotThereDoesNotStart() {
     QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^cannot start .*/nowhere/program")));
     QVERIFY(!daemon.start());
     QVERIFY(!daemon.isRunning());
+}
+
+void tst_Daemon::whatASanitizerFindsInItEndsTheProgram_data() {
+    QTest::addColumn<QStringList>("program");
+    QTest::addColumn<bool>("survived");
+    QTest::newRow("an ordinary end") << script("exit 0") << true;
+    QTest::newRow("another failure") << script("exit 1") << true;
+    QTest::newRow("a report") << script("[ \"${ASAN_OPTIONS##*:}\" = exitcode=99 ] && exit 99") << false;
+}
+
+void tst_Daemon::whatASanitizerFindsInItEndsTheProgram() {
+    QFETCH(QStringList, program);
+    QFETCH(bool, survived);
+    const pid_t child = fork();
+    QVERIFY(child >= 0);
+    if (child == 0) {
+        close(STDERR_FILENO);
+        close(STDOUT_FILENO);
+        std::signal(SIGABRT, SIG_DFL);
+        Daemon daemon(program);
+        QSignalSpy ended(&daemon, &Daemon::ended);
+        _exit(daemon.start() && (ended.count() == 1 || ended.wait()) ? 0 : 1);
+    }
+    int status = 0;
+    QCOMPARE(waitpid(child, &status, 0), child);
+    QCOMPARE(WIFEXITED(status) && WEXITSTATUS(status) == 0, survived);
+    QCOMPARE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT, !survived);
 }
 
 void tst_Daemon::theProgramCanBeChosen() {
