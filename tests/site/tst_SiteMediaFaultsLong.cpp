@@ -1,0 +1,25 @@
+#include "MediaFaults.h"
+
+using namespace sim;
+
+/// The whole table of what a bad way does to the sound, from longer talks.
+class TestSiteMediaFaultsLong : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void whatArrivesIsHeardAndTheRadioReleased_data() { addMediaFaults({0, 5, 20, 50}); }
+    void whatArrivesIsHeardAndTheRadioReleased();
+};
+
+void TestSiteMediaFaultsLong::whatArrivesIsHeardAndTheRadioReleased() {
+    QFETCH(MediaFault, fault);
+    QFETCH(int, percent);
+    TestSite site;
+    QVERIFY(site.bringUp());
+    const auto member = site.memberIn("Lobby"_s);
+    QVERIFY(member);
+    verifyTheTalkComesThrough(site, *member, fault, percent, 15.0);
+}
+
+SITE_TEST_MAIN(TestSiteMediaFaultsLong)
+#include "tst_SiteMediaFaultsLong.moc"
