@@ -56,3 +56,16 @@ inline void letPass(double seconds) {
         VERIFY_BETWEEN((expense).kilobytes(), -4096, 1024);                                                            \
     } while (false)
 #endif
+
+/// That both transmissions begin and end as ever, whatever is wrong elsewhere, and that the control link has stayed up.
+inline void verifyBothWaysFollow(TestSite &site, sim::RoomMember &member) {
+    for (const bool on : {true, false}) {
+        const std::int64_t fromNs = sim::monotonicNs();
+        site.board().setSquelch(on);
+        QVERIFY(sim::Site::waitFor([&] { return site.server().isTalking(TestSite::gateway()) == on; }, 5000));
+        on ? member.startTalking() : member.stopTalking();
+        QVERIFY(sim::Site::waitFor([&] { return site.board().isKeyed() == on; }, 5000));
+        VERIFY_BETWEEN(secondsBetween(fromNs, sim::monotonicNs()), 0.0, 0.5);
+    }
+    QCOMPARE(site.daemon().logged("[Server] Terputus"_s), QStringList());
+}
