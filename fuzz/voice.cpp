@@ -57,6 +57,9 @@ public:
         m_engine.setSpkMuted(false);
         m_time.pass(100ms); // a reopening that is under way
         Card::forget();
+        m_engine.openPlayback();
+        callOffWarning();
+        Card::forget();
         m_time.pass(20 * 120ms);
         promise(Card::writes() <= 10, "no more than ten chunks wait for the device");
         m_engine.stopPlayback();
@@ -74,6 +77,13 @@ private:
     static int numberOf(const QByteArray &bytes, int i) {
         const QByteArray number = bytes.mid(4 * i, 4).leftJustified(4, '\0');
         return qFromLittleEndian<qint32>(number.constData());
+    }
+
+    /// A new talker without a limit; what he says is nothing that could be played.
+    void callOffWarning() {
+        constexpr quint32 newTalker = 1000;
+        m_engine.setTotDuration(0);
+        m_engine.onAudioReceivedFrom(QByteArray(sealBytes, '\xff'), newTalker);
     }
 
     void perform(const Step &step) {
