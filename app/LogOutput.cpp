@@ -10,6 +10,10 @@
 
 namespace {
 
+/// In characters. What somebody sends us may end up in a line, however long it is; writing a line of megabytes would
+/// hold up the loop, and the journal cuts it into pieces.
+constexpr int longestMessage = 32768;
+
 void writeToStandardError(const QByteArray &line) {
     for (int written = 0; written < line.size();) {
         const ssize_t count = TEMP_FAILURE_RETRY(
@@ -49,7 +53,7 @@ const char *journalPrefix(QtMsgType level) {
 }
 
 void logLine(const char *prefix, QtMsgType level, const QMessageLogContext &context, const QString &message) {
-    const QString line = qFormatLogMessage(level, context, message);
+    const QString line = qFormatLogMessage(level, context, message.left(longestMessage));
     if (!line.isNull())
         writeToStandardError(prefix + line.toUtf8() + '\n');
 }

@@ -30,9 +30,9 @@ public:
 
     QList<QByteArray> writes() const {
         QList<QByteArray> all;
-        char bytes[4096];
-        for (ssize_t count = 0; (count = ::recv(m_far, bytes, sizeof bytes, 0)) >= 0;)
-            all.append(QByteArray(bytes, static_cast<int>(count)));
+        QByteArray bytes(1 << 16, Qt::Uninitialized);
+        for (ssize_t count = 0; (count = ::recv(m_far, bytes.data(), size_t(bytes.size()), 0)) >= 0;)
+            all.append(bytes.left(static_cast<int>(count)));
         return all;
     }
 
@@ -92,6 +92,15 @@ private Q_SLOTS:
         });
         QTextCodec::setCodecForLocale(before);
         QCOMPARE(lines, QList<QByteArray>{"TX \xe2\x80\x94 \"R\xc3\xb6om \xe2\x86\x92\"\n"});
+    }
+
+    void aLineEndsSomewhere() {
+        const auto lines = written([] {
+            qDebug().noquote() << QString(32768, u'x');
+            qDebug().noquote() << QString(10 << 20, u'x');
+        });
+        const QByteArray line = QByteArray(32768, 'x') + '\n';
+        QCOMPARE(lines, (QList<QByteArray>{line, line}));
     }
 
     void theMessagePatternIsKept() {
