@@ -62,6 +62,8 @@ class TestSiteReceive : public QObject {
 private Q_SLOTS:
     void theRadioSendsWhatTheRoomSays_data();
     void theRadioSendsWhatTheRoomSays();
+    void automaticGainIsAsConfigured_data();
+    void automaticGainIsAsConfigured();
     void theTransmitterFollowsTheList();
     void twoTalkersInterleavedAreEachHeardCleanly();
     void aForeignKeyIsSilenceWithoutAWord();
@@ -93,6 +95,26 @@ void TestSiteReceive::theRadioSendsWhatTheRoomSays() {
     VERIFY_BETWEEN(bytes, 5 * 1920, 10 * 1920);
     QCOMPARE(bytes % 1920, 0);
     QVERIFY(site.logsOnce("info"_s, "[Audio] Decoder created userId: 200 SR: 48000 | total: 1"_s));
+}
+
+void TestSiteReceive::automaticGainIsAsConfigured_data() {
+    QTest::addColumn<QJsonValue>("enabled");
+    QTest::addColumn<double>("onAirDbfs");
+    QTest::newRow("on") << QJsonValue(true) << -9.03; // an RMS of 8192, 20 log10(8192 sqrt(2) / 32768)
+    QTest::newRow("off") << QJsonValue(false) << -3.0;
+    QTest::newRow("of another type") << QJsonValue("true"_s) << -3.0;
+}
+
+void TestSiteReceive::automaticGainIsAsConfigured() {
+    QFETCH(QJsonValue, enabled);
+    QFETCH(double, onAirDbfs);
+    TestSite site;
+    site.writeConfig({{"agc_enabled"_s, enabled}});
+    QVERIFY(site.bringUp());
+    const auto member = site.memberIn("Lobby"_s);
+    QVERIFY(member);
+    const Pcm onAir = undisturbed(site, [&] { return heardOnAir(site, *member, tone(toneHertz, -3, 2.0)); });
+    VERIFY_TONE(middle(onAir), toneHertz, onAirDbfs);
 }
 
 void TestSiteReceive::theTransmitterFollowsTheList() {
