@@ -41,10 +41,12 @@ Told boardResets(Scene &scene, QRandomGenerator &) {
     return QString();
 }
 
+/// Without a NUL: with it goes the rest of what is read at once, and with that the end of the line, so that the next
+/// report of the squelch would be part of the nonsense.
 Told boardTalksNonsense(Scene &scene, QRandomGenerator &random) {
     QByteArray bytes(random.bounded(1, 3000), Qt::Uninitialized);
     for (char &byte : bytes)
-        byte = char(random.bounded(256));
+        byte = char(random.bounded(1, 256));
     scene.site().board().sendRaw(bytes + '\n');
     return QStringLiteral("%1 bytes").arg(bytes.size());
 }
