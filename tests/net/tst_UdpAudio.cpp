@@ -1,72 +1,10 @@
 #include "ActiveTimers.h"
+#include "MediaServer.h"
 #include "SignalJournal.h"
-#include "net/UdpAudio.h"
 
-#include <QHostAddress>
 #include <QHostInfo>
-#include <QUdpSocket>
-#include <QtTest>
 
 using std::chrono::milliseconds;
-
-namespace {
-
-/// The media server: a socket on loopback that hears one link.
-class MediaServer {
-public:
-    explicit MediaServer(const QHostAddress &address = QHostAddress(QHostAddress::LocalHost)) {
-        m_isBound = m_socket.bind(address);
-    }
-
-    bool isBound() const { return m_isBound; }
-    quint16 port() const { return m_socket.localPort(); }
-
-    /// The next datagram of the link, or nothing within the deadline.
-    QByteArray hear() {
-        if (!QTest::qWaitFor([this] { return m_socket.hasPendingDatagrams(); }))
-            return {};
-        QByteArray datagram(static_cast<int>(m_socket.pendingDatagramSize()), '\0');
-        m_socket.readDatagram(datagram.data(), datagram.size(), nullptr, &m_linkPort);
-        return datagram;
-    }
-
-    bool hearsNothing() const { return !m_socket.hasPendingDatagrams(); }
-
-    void say(const QByteArray &datagram, quint16 linkPort = 0) {
-        m_socket.writeDatagram(datagram, QHostAddress(QHostAddress::LocalHost), linkPort != 0 ? linkPort : m_linkPort);
-    }
-
-    quint16 linkPort() const { return m_linkPort; }
-
-private:
-    QUdpSocket m_socket;
-    bool m_isBound = false;
-    quint16 m_linkPort = 0;
-};
-
-const QString host = QStringLiteral("127.0.0.1");
-const QString token = QStringLiteral("secret-token");
-
-/// Intervals that never pass within a test.
-constexpr UdpTimings patient = {milliseconds(3'600'000), milliseconds(3'600'000), milliseconds(3'600'000)};
-
-QByteArray frameFrom(int speaker, const QByteArray &frame) {
-    return QByteArray::fromHex(QByteArray::number(speaker, 16).rightJustified(8, '0')) + frame;
-}
-
-/// Takes the link through its handshake; true when it is ready.
-bool makeReady(UdpAudio &link, MediaServer &server) {
-    link.enableUdp(host, server.port(), token);
-    if (server.hear() != "PING")
-        return false;
-    server.say("PONG");
-    if (!server.hear().startsWith("TOKEN:"))
-        return false;
-    server.say("OK");
-    return QTest::qWaitFor([&link] { return link.isReady(); });
-}
-
-} // namespace
 
 class TestUdpAudio : public QObject {
     Q_OBJECT
@@ -90,8 +28,6 @@ private Q_SLOTS:
     void failsWithoutAPong();
     void isReadyWithoutAConfirmation();
     void completesTheHandshakeAfterALatePong();
-    void startsAnewWhenEnabledAgain();
-    void stopsTheOldHandshakeWhenEnabledAgain();
     void resendsTheTokenWithoutTheUserId();
 
     void sendsFramesBehindTheUserId();
@@ -99,17 +35,6 @@ private Q_SLOTS:
     void handsOnFramesWithTheirSpeaker();
     void raisesNoAudioBeforeItIsReady();
     void takesABurstOfDatagramsInOrder();
-    void dropsDatagramsFromAnotherAddress();
-    void hearsAServerThatComesBack();
-    void survivesBeingEnabledFromItsOwnSignals();
-
-    void keepsTheHealthRules_data();
-    void keepsTheHealthRules();
-    void reinitializesASilentSocket();
-    void waitsAMomentBeforeItReinitializes();
-    void reinitializesAClosedSocketThatHeardNothing();
-    void isNotReinitializedOnceEnabledAgain();
-    void checksNothingBeforeItIsReady();
 };
 
 void TestUdpAudio::logsOnlyTheFirstFramesDroppedWhileNotReady() {
@@ -316,38 +241,6 @@ void TestUdpAudio::completesTheHandshakeAfterALatePong() {
     QTRY_VERIFY(link.isReady());
 }
 
-void TestUdpAudio::startsAnewWhenEnabledAgain() {
-    MediaServer first;
-    MediaServer second;
-    UdpAudio link(nullptr, steadyEpochMs, patient);
-    QVERIFY(makeReady(link, first));
-    QSignalSpy frames(&link, &UdpAudio::audioReceived);
-    link.enableUdp(host, second.port(), QStringLiteral("other"));
-    QVERIFY(!link.isReady());
-    QCOMPARE(second.hear(), QByteArray("PING"));
-    QVERIFY(second.linkPort() != first.linkPort());
-    first.say(frameFrom(1, "old")); // the old socket is closed
-    second.say("PONG");
-    QCOMPARE(second.hear(), QByteArray("TOKEN:other"));
-    second.say("OK");
-    QTRY_VERIFY(link.isReady());
-    second.say(frameFrom(1, "new"));
-    QTRY_COMPARE(frames.count(), 1);
-    QCOMPARE(frames[0][0].toByteArray(), QByteArray("new"));
-    QCOMPARE(link.findChildren<QUdpSocket *>().size(), 1);
-}
-
-void TestUdpAudio::stopsTheOldHandshakeWhenEnabledAgain() {
-    MediaServer server;
-    UdpAudio link(nullptr, steadyEpochMs, {.handshakeStep = milliseconds(100)});
-    link.enableUdp(host, server.port(), token);
-    QCOMPARE(server.hear(), QByteArray("PING"));
-    QSignalSpy failures(&link, &UdpAudio::udpFailed);
-    link.enableUdp(QString(), 0, token);
-    QCOMPARE(activeTimers(link), 1); // the health check
-    QCOMPARE(failures.count(), 0);
-}
-
 void TestUdpAudio::resendsTheTokenWithoutTheUserId() {
     MediaServer server;
     UdpAudio link(nullptr, steadyEpochMs, patient);
@@ -427,204 +320,6 @@ void TestUdpAudio::takesABurstOfDatagramsInOrder() {
         QCOMPARE(frames[i][0].toInt(), i);
         QCOMPARE(frames[i][1].toByteArray(), QByteArray::number(i));
     }
-}
-
-void TestUdpAudio::dropsDatagramsFromAnotherAddress() {
-    qint64 nowMs = 1'700'000'000'000;
-    MediaServer server;
-    MediaServer stranger(QHostAddress(QStringLiteral("127.0.0.2")));
-    QVERIFY(stranger.isBound());
-    UdpAudio link(nullptr, [&nowMs] { return nowMs; },
-                  {.healthCheck = milliseconds(20), .reinitDelay = milliseconds(3'600'000)});
-    link.enableUdp(host, server.port(), token);
-    QCOMPARE(server.hear(), QByteArray("PING"));
-    stranger.say("PONG", server.linkPort());
-    stranger.say("OK", server.linkPort());
-    server.say("PONG");
-    QCOMPARE(server.hear(), QByteArray("TOKEN:secret-token"));
-    QVERIFY(!link.isReady());
-    server.say("OK");
-    QTRY_VERIFY(link.isReady());
-    SignalJournal journal(&link);
-    nowMs += 90001;
-    stranger.say(frameFrom(7, "forged"), server.linkPort());
-    // Not a sign of life either: the health check finds the server silent.
-    QTRY_VERIFY(!journal.seen().isEmpty());
-    QVERIFY(journal.seen().first().startsWith(QStringLiteral("warning [UDP] Socket health check FAILED")));
-    QCOMPARE(journal.count("audioReceived(forged)"), 0);
-    QCOMPARE(link.framesReceived(), 0);
-}
-
-void TestUdpAudio::hearsAServerThatComesBack() {
-    auto server = std::make_unique<QUdpSocket>();
-    QVERIFY(server->bind(QHostAddress(QHostAddress::LocalHost)));
-    const quint16 port = server->localPort();
-    UdpAudio link(nullptr, steadyEpochMs, patient);
-    link.enableUdp(host, port, token);
-    QTRY_VERIFY(server->hasPendingDatagrams());
-    quint16 linkPort = 0;
-    char buffer[100];
-    QCOMPARE(server->readDatagram(buffer, sizeof buffer, nullptr, &linkPort), 4);
-    const auto say = [&](const QByteArray &datagram) {
-        return server->writeDatagram(datagram, QHostAddress(QHostAddress::LocalHost), linkPort) == datagram.size();
-    };
-    QVERIFY(say("OK"));
-    QTRY_VERIFY(link.isReady());
-
-    server.reset(); // now the network answers each datagram with "port unreachable"
-    for (int i = 0; i < 3; ++i) {
-        link.sendAudio("into the void");
-        QCoreApplication::processEvents();
-    }
-    server = std::make_unique<QUdpSocket>();
-    QVERIFY(server->bind(QHostAddress(QHostAddress::LocalHost), port));
-    for (int i = 1; i <= 3; ++i) {
-        QVERIFY(say(frameFrom(7, "back")));
-        QTRY_COMPARE(link.framesReceived(), i);
-    }
-    link.sendAudio("heard");
-    QTRY_VERIFY(server->hasPendingDatagrams());
-    QCOMPARE(server->readDatagram(buffer, sizeof buffer), 9);
-}
-
-void TestUdpAudio::survivesBeingEnabledFromItsOwnSignals() {
-    MediaServer first;
-    MediaServer second;
-    UdpAudio link(nullptr, steadyEpochMs, patient);
-    QVERIFY(makeReady(link, first));
-    connect(&link, &UdpAudio::audioReceivedFrom, &link, [&] { link.enableUdp(host, second.port(), token); });
-    QSignalSpy frames(&link, &UdpAudio::audioReceivedFrom);
-    for (int i = 0; i < 3; ++i)
-        first.say(frameFrom(7, "x"));
-    QCOMPARE(second.hear(), QByteArray("PING"));
-    QVERIFY(!link.isReady());
-    QCOMPARE(frames.count(), 1);
-}
-
-void TestUdpAudio::keepsTheHealthRules_data() {
-    QTest::addColumn<qint64>("silentMs");
-    QTest::addColumn<QByteArray>("heard");
-    QTest::newRow("20 s") << qint64{20000} << QByteArray();
-    QTest::newRow("over 20 s") << qint64{20001} << QByteArray("KEEPALIVE");
-    QTest::newRow("90 s") << qint64{90000} << QByteArray("KEEPALIVE");
-}
-
-void TestUdpAudio::keepsTheHealthRules() {
-    QFETCH(qint64, silentMs);
-    QFETCH(QByteArray, heard);
-    qint64 nowMs = 1'700'000'000'000;
-    MediaServer server;
-    UdpAudio link(nullptr, [&nowMs] { return nowMs; }, {.healthCheck = milliseconds(20)});
-    QVERIFY(makeReady(link, server));
-    nowMs += silentMs;
-    // Three checks of this silence, counted on a timer that was started after the link's.
-    QTimer checks;
-    QSignalSpy ticks(&checks, &QTimer::timeout);
-    checks.start(20);
-    QTRY_VERIFY(ticks.count() >= 4);
-    link.sendAudio("end");
-    QByteArray first = server.hear();
-    if (heard.isEmpty()) {
-        QCOMPARE(first, frameFrom(0, "end"));
-    } else {
-        QCOMPARE(first, heard);
-    }
-    QVERIFY(link.isReady());
-}
-
-void TestUdpAudio::reinitializesASilentSocket() {
-    qint64 nowMs = 1'700'000'000'000;
-    MediaServer server;
-    UdpAudio link(nullptr, [&nowMs] { return nowMs; },
-                  {.healthCheck = milliseconds(50), .reinitDelay = milliseconds(10)});
-    link.enableUdp(QStringLiteral("localhost"), server.port(), token);
-    QCOMPARE(server.hear(), QByteArray("PING"));
-    server.say("PONG");
-    QCOMPARE(server.hear(), QByteArray("TOKEN:secret-token"));
-    server.say("OK");
-    QTRY_VERIFY(link.isReady());
-    const quint16 oldPort = server.linkPort();
-    SignalJournal journal(&link);
-    nowMs += 90001;
-    QCOMPARE(server.hear(), QByteArray("PING"));
-    QVERIFY(!link.isReady());
-    QVERIFY(server.linkPort() != oldPort);
-    const QStringList lines = journal.take();
-    QCOMPARE(
-        lines.mid(0, 5),
-        (QStringList{QStringLiteral("warning [UDP] Socket health check FAILED — state: QAbstractSocket::BoundState "
-                                    "silent: 90001 ms — reinitializing..."),
-                     QStringLiteral("debug [UDP] Reinitializing UDP socket..."),
-                     QStringLiteral("debug [UDP] ========================================"),
-                     QStringLiteral("debug [UDP] enableUdp called with:"),
-                     QStringLiteral("debug [UDP]   host: \"127.0.0.1\"")}));
-    server.say("PONG");
-    QCOMPARE(server.hear(), QByteArray("TOKEN:secret-token"));
-    server.say("OK");
-    QTRY_VERIFY(link.isReady());
-    // The new socket is judged by its own traffic.
-    server.say(frameFrom(7, "x"));
-    QTRY_COMPARE(link.framesReceived(), 1);
-    QVERIFY(journal.seen().filter(QStringLiteral("FAILED")).isEmpty());
-}
-
-void TestUdpAudio::waitsAMomentBeforeItReinitializes() {
-    qint64 nowMs = 1'700'000'000'000;
-    MediaServer server;
-    UdpAudio link(nullptr, [&nowMs] { return nowMs; }, {.healthCheck = milliseconds(20)});
-    QVERIFY(makeReady(link, server));
-    SignalJournal journal(&link);
-    nowMs += 90001;
-    QTRY_VERIFY(!journal.seen().isEmpty());
-    QCOMPARE(activeIntervalsMs(link), (QList<int>{20, 200}));
-}
-
-void TestUdpAudio::reinitializesAClosedSocketThatHeardNothing() {
-    MediaServer server;
-    // At the clock's zero a datagram leaves the time of the last one at "none yet".
-    UdpAudio link(nullptr, [] { return qint64{0}; },
-                  {.healthCheck = milliseconds(50), .reinitDelay = milliseconds(10)});
-    QVERIFY(makeReady(link, server));
-    SignalJournal journal(&link);
-    link.findChild<QUdpSocket *>()->close();
-    QCOMPARE(server.hear(), QByteArray("PING"));
-    QCOMPARE(journal.take().first(),
-             QStringLiteral("warning [UDP] Socket health check FAILED — state: QAbstractSocket::UnconnectedState "
-                            "silent: 0 ms — reinitializing..."));
-}
-
-void TestUdpAudio::isNotReinitializedOnceEnabledAgain() {
-    qint64 nowMs = 1'700'000'000'000;
-    MediaServer server;
-    UdpAudio link(
-        nullptr, [&nowMs] { return nowMs; },
-        {.handshakeStep = milliseconds(3'600'000), .healthCheck = milliseconds(20), .reinitDelay = milliseconds(200)});
-    QVERIFY(makeReady(link, server));
-    SignalJournal journal(&link);
-    nowMs += 90001;
-    QTRY_VERIFY(!journal.seen().isEmpty());
-    link.enableUdp(host, server.port(), token);
-    QCOMPARE(server.hear(), QByteArray("PING"));
-    QCOMPARE(activeTimers(link), 2); // handshake and health check, no reinitialisation
-}
-
-void TestUdpAudio::checksNothingBeforeItIsReady() {
-    qint64 nowMs = 1'700'000'000'000;
-    MediaServer server;
-    UdpAudio link(nullptr, [&nowMs] { return nowMs; },
-                  {.handshakeStep = milliseconds(3'600'000), .healthCheck = milliseconds(10)});
-    link.enableUdp(host, server.port(), token);
-    QCOMPARE(server.hear(), QByteArray("PING"));
-    server.say("PONG");
-    QCOMPARE(server.hear(), QByteArray("TOKEN:secret-token"));
-    SignalJournal journal(&link);
-    nowMs += 1'000'000;
-    QTimer checks;
-    QSignalSpy ticks(&checks, &QTimer::timeout);
-    checks.start(10);
-    QTRY_VERIFY(ticks.count() >= 4);
-    QCOMPARE(journal.take(), QStringList());
-    QVERIFY(server.hearsNothing());
 }
 
 QTEST_GUILESS_MAIN(TestUdpAudio)
