@@ -1,4 +1,5 @@
 #include "TestSession.h"
+#include "app/LoginTrigger.h"
 
 namespace {
 
@@ -33,6 +34,44 @@ private Q_SLOTS:
         QTRY_VERIFY(!test.gateway.session.connected);
         QVERIFY(isLeftAlone(test));
         QVERIFY(test.gateway.session.loginBlocked);
+    }
+
+    void newCredentialsForALinkThatIsEndingAreUsedOnTheNextOne_data() {
+        QTest::addColumn<bool>("whileClosing");
+        QTest::newRow("the server has been asked to end it") << false;
+        QTest::newRow("the socket is closing") << true;
+    }
+    void newCredentialsForALinkThatIsEndingAreUsedOnTheNextOne() {
+        QFETCH(bool, whileClosing);
+        TestSession test(account());
+        LoginTrigger trigger(test.gateway);
+        const auto submit = [&] {
+            TestRoot::write(test.root.paths().loginTriggerFile(),
+                            R"({"action": "login", "callsign": "ef2gh", "password": "fresh"})");
+            trigger.check();
+        };
+        test.start();
+        test.server.say("LOGIN_FAILED|Perangkat ini ditolak");
+        QVERIFY(test.server.hears("QUIT"));
+        bool hasClosed = false;
+        QObject::connect(test.link.findChild<QTcpSocket *>(), &QAbstractSocket::stateChanged, &test.flow,
+                         [&](QAbstractSocket::SocketState state) {
+                             if (state != QAbstractSocket::ClosingState || hasClosed)
+                                 return;
+                             hasClosed = true;
+                             if (whileClosing)
+                                 submit();
+                         });
+        if (!whileClosing)
+            submit();
+        QCOMPARE(test.gateway.session.loginBlocked, whileClosing);
+        test.server.hangUp();
+        QTRY_VERIFY(!test.gateway.session.connected);
+        QVERIFY(hasClosed);
+        QVERIFY(!test.gateway.session.loginBlocked);
+        test.server.forget();
+        QVERIFY(test.server.hears("LOGIN EF2GH fresh h1"));
+        QVERIFY(!test.server.hasHeard("LOGIN AB1CD secret h1"));
     }
 
     void aLostLinkReleasesEverythingAndComesBack() {
