@@ -43,9 +43,10 @@ function(kivo_test_headers)
     kivo_flags(kivo_test_headers)
 endfunction()
 
-# kivo_test(<name> LINKS ... [LABELS ...] [TIMEOUT s] [SOUND]): a QtTest program of one source file <name>.cpp, run by
-# CTest. Most tests wait more than they work, and ./test has CTest run six for each processor; one that works on SOUND in
-# real time counts for four of them. The label "slow" starts a test early, so that nobody waits for it at the end.
+# kivo_test(<name> LINKS ... [SOURCES ...] [LABELS ...] [TIMEOUT s] [SOUND]): a QtTest program of the source file
+# <name>.cpp, and of the header of a fixture that it shares with another one, run by CTest. Most tests wait more than they
+# work, and ./test has CTest run six for each processor; one that works on SOUND in real time counts for four of them. The
+# label "slow" starts a test early, so that nobody waits for it at the end.
 set(kivo_weight_of_sound 4)
 
 function(kivo_test name)

@@ -1,75 +1,21 @@
-#include "../support/LogCapture.h"
+#include "ArduinoBench.h"
 #include "ControlLines.h"
-#include "PtyBoard.h"
-#include "radio/ArduinoController.h"
 
-#include <QElapsedTimer>
-#include <QSignalSpy>
 #include <QTemporaryDir>
-#include <QTest>
-
-#include <ctime>
-#include <memory>
-#include <thread>
-
-using namespace std::chrono_literals;
 
 namespace {
-
-constexpr ArduinoTiming silent = {1h, 1h, 1h, 1h}; // nothing happens by itself
-constexpr ArduinoTiming quick = {10ms, 40ms, 20ms, 30ms};
-
-constexpr int moreThanAPtyHolds = 20'000; // PTT requests
-
-constexpr bool cosHigh = true;
-constexpr bool pttInverted = true;
-
-const QString dtrFailed =
-    QStringLiteral("warning [Arduino] DTR LOW failed (CH341 quirk) — Arduino may reset once"); // as a pty does
-const QString ready = QStringLiteral("info [Arduino] Ready");
-
-QString connectedTo(const PtyBoard &board) {
-    return QStringLiteral("info [Arduino] Connected to \"%1\" @ 9600").arg(board.device());
-}
-
-QString lost(const PtyBoard &board) {
-    return QStringLiteral("warning [Arduino] Serial port lost: \"%1\" — radio interface closed").arg(board.device());
-}
-
-QString unexpectedReset(int count) {
-    return QStringLiteral("warning [Arduino] UNEXPECTED RESET detected! (count: %1 ) — re-sending config").arg(count);
-}
-
-QString configSent(const char *cosLogicHigh, const char *pttInvert) {
-    return QStringLiteral("info [Arduino] Config sent - COS_HIGH: %1 PTT_INVERT: %2")
-        .arg(QLatin1String(cosLogicHigh), QLatin1String(pttInvert));
-}
 
 QString configUpdated(const char *cosLogicHigh, const char *pttInvert) {
     return QStringLiteral("info [Arduino] Config updated via Web UI - COS_HIGH: %1 PTT_INVERT: %2")
         .arg(QLatin1String(cosLogicHigh), QLatin1String(pttInvert));
 }
 
-QList<bool> firstArguments(const QSignalSpy &spy) {
-    QList<bool> values;
-    for (const QList<QVariant> &arguments : spy)
-        values.append(arguments.first().toBool());
-    return values;
-}
-
-std::chrono::milliseconds processorTime() {
-    return std::chrono::milliseconds(std::clock() * 1000 / CLOCKS_PER_SEC);
-}
-
 } // namespace
 
-class tst_ArduinoController : public QObject {
+class tst_ArduinoController : public ArduinoBench {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-
     void keepsTheTimesOfTheProtocol();
     void doesNothingWhileClosed();
     void saysWhyAPortDoesNotOpen_data();
@@ -84,7 +30,6 @@ private Q_SLOTS:
     void keysTheTransmitterOnEachRequest();
     void doesNotLeaveTheTransmitterToTheLoop();
     void unkeysTheTransmitterOnTheWayOut();
-    void unkeysTheTransmitterOfABusyBoardOnTheWayOut();
     void unkeysTheTransmitterWhenClosed();
 
     void configuresTheBoardAfterOpening_data();
@@ -98,71 +43,7 @@ private Q_SLOTS:
     void doesNothingByItselfOnceClosed();
     void startsAfreshWhenOpenedAgain();
     void takesNoStepOfAClosedPortOnTheNextOne();
-
-    void welcomesTheFirstStartOfTheBoard();
-    void healsAnUnexpectedReset_data();
-    void healsAnUnexpectedReset();
-    void configuresOncePerReset();
-
-    void closesALostPortOnce_data();
-    void closesALostPortOnce();
-    void saysThatThePortIsLostBeforeTheSquelchCloses();
-    void doesNotSpinOnALostPort();
-    void survivesWritingToALostPort();
-    void opensAgainAfterALoss();
-    void doesNotTakeABusyBoardForALostOne();
-    void doesNotWaitForABoardThatTakesNothing();
-
-private:
-    void open(bool cosLogicHigh = cosHigh, bool pttInvert = !pttInverted);
-    void sayAndWait(const QByteArray &chunk);
-    QStringList logOfAWhile(const ArduinoTiming &timing);
-
-    std::unique_ptr<LogCapture> m_log;
-    std::unique_ptr<PtyBoard> m_board;
-    std::unique_ptr<ArduinoController> m_radio;
 };
-
-void tst_ArduinoController::init() {
-    m_log = std::make_unique<LogCapture>();
-    m_board = std::make_unique<PtyBoard>();
-    m_radio = std::make_unique<ArduinoController>(nullptr, silent);
-}
-
-void tst_ArduinoController::cleanup() {
-    m_radio.reset();
-    m_board.reset();
-    m_log.reset();
-}
-
-/// Opens the port and forgets what has been logged about it.
-void tst_ArduinoController::open(bool cosLogicHigh, bool pttInvert) {
-    QVERIFY(m_radio->openPort(m_board->device(), 9600, cosLogicHigh, pttInvert));
-    QCOMPARE(m_log->take(), QStringList(connectedTo(*m_board)));
-}
-
-/// Returns when the controller has seen the chunk.
-void tst_ArduinoController::sayAndWait(const QByteArray &chunk) {
-    QSignalSpy seen(m_radio->findChildren<QSerialPort *>().last(), &QSerialPort::readyRead);
-    m_board->say(chunk);
-    QVERIFY(seen.wait());
-}
-
-/// Returns when a second controller, opened now, has come through all steps that it takes by itself; with what has been
-/// logged up to then, but for its lines.
-QStringList tst_ArduinoController::logOfAWhile(const ArduinoTiming &timing) {
-    PtyBoard board;
-    ArduinoController other(nullptr, timing);
-    bool isThrough = other.openPort(board.device(), 9600, cosHigh, !pttInverted);
-    const auto hasBeenServed = [&board] {
-        return board.heard().contains("CONFIG:PTT_INVERT:0\n") && board.heard().count("PING\n") >= 3;
-    };
-    isThrough = isThrough && QTest::qWaitFor(hasBeenServed);
-    QStringList lines = m_log->take();
-    for (const QString &own : {connectedTo(board), dtrFailed, configSent("true", "false")})
-        isThrough = lines.removeOne(own) && isThrough;
-    return isThrough ? lines : QStringList(QStringLiteral("the second controller is not through"));
-}
 
 void tst_ArduinoController::keepsTheTimesOfTheProtocol() {
     const ArduinoTiming timing;
@@ -309,19 +190,6 @@ void tst_ArduinoController::unkeysTheTransmitterOnTheWayOut() {
     QCOMPARE(m_log->take(), QStringList());
 }
 
-void tst_ArduinoController::unkeysTheTransmitterOfABusyBoardOnTheWayOut() {
-    open();
-    for (int i = 0; i < moreThanAPtyHolds; ++i)
-        m_radio->setPtt(true);
-    std::thread board([this] {
-        while (m_board->hasBytes() && !m_board->heard().endsWith("PTT:0\n")) {
-        }
-    });
-    m_radio.reset();
-    board.join();
-    QCOMPARE(m_board->heard(), QByteArray("PTT:1\n").repeated(moreThanAPtyHolds) + "PTT:0\n");
-}
-
 void tst_ArduinoController::unkeysTheTransmitterWhenClosed() {
     open();
     m_radio->closePort();
@@ -449,152 +317,6 @@ void tst_ArduinoController::takesNoStepOfAClosedPortOnTheNextOne() {
     QCOMPARE(second.heard(), QByteArray("CONFIG:COS_HIGH:1\nCONFIG:PTT_INVERT:0\n"));
     QCOMPARE(m_board->heard(), QByteArray("PTT:0\n"));
     m_radio->closePort();
-}
-
-void tst_ArduinoController::welcomesTheFirstStartOfTheBoard() {
-    open();
-    QSignalSpy cos(m_radio.get(), &ArduinoController::cosChanged);
-    sayAndWait("COS:1\nARDUINO:READY\n");
-    QCOMPARE(m_log->take(), QStringList(ready));
-    QCOMPARE(firstArguments(cos), QList<bool>{true});
-    m_radio->setPtt(true);
-    QTRY_COMPARE(m_board->heard(), QByteArray("PTT:1\n")); // and no configuration before it
-}
-
-void tst_ArduinoController::healsAnUnexpectedReset_data() {
-    QTest::addColumn<QByteArray>("before");
-    QTest::addColumn<QList<bool>>("reports");
-
-    QTest::newRow("squelch open") << QByteArray("COS:1\n") << QList<bool>{true, false};
-    QTest::newRow("squelch closed") << QByteArray("COS:1\nCOS:0\n") << QList<bool>{true, false};
-    QTest::newRow("squelch not reported yet") << QByteArray() << QList<bool>();
-}
-
-void tst_ArduinoController::healsAnUnexpectedReset() {
-    QFETCH(QByteArray, before);
-    m_radio = std::make_unique<ArduinoController>(nullptr, ArduinoTiming{1h, 1h, 30ms, 1h});
-    open();
-    QSignalSpy cos(m_radio.get(), &ArduinoController::cosChanged);
-    sayAndWait("ARDUINO:READY\n" + before);
-    QCOMPARE(m_log->take(), QStringList(ready));
-
-    QStringList loggedAtReport;
-    connect(m_radio.get(), &ArduinoController::cosChanged, this, [&] { loggedAtReport = m_log->lines(); });
-    sayAndWait("ARDUINO:READY\n");
-    QCOMPARE(m_log->lines(), QStringList(unexpectedReset(2)));
-    QCOMPARE(m_board->heard(), QByteArray());
-    QTEST(firstArguments(cos), "reports");
-    if (before == "COS:1\n")
-        QCOMPARE(loggedAtReport, QStringList(unexpectedReset(2)));
-
-    QTRY_COMPARE(m_board->heard(), QByteArray("CONFIG:COS_HIGH:1\nCONFIG:PTT_INVERT:0\n"));
-    QCOMPARE(m_log->take(), (QStringList{unexpectedReset(2), configSent("true", "false")}));
-    QVERIFY(m_radio->isOpen());
-}
-
-void tst_ArduinoController::configuresOncePerReset() {
-    m_radio = std::make_unique<ArduinoController>(nullptr, ArduinoTiming{1h, 1h, 30ms, 1h});
-    open();
-    sayAndWait("ARDUINO:READY\nARDUINO:READY\nARDUINO:READY\n");
-    QCOMPARE(m_log->take(), (QStringList{ready, unexpectedReset(2), unexpectedReset(3)}));
-    QTRY_COMPARE(m_board->heard(), QByteArray("CONFIG:COS_HIGH:1\nCONFIG:PTT_INVERT:0\n").repeated(2));
-    QCOMPARE(m_log->take(), (QStringList{configSent("true", "false"), configSent("true", "false")}));
-}
-
-void tst_ArduinoController::closesALostPortOnce_data() {
-    QTest::addColumn<QByteArray>("before");
-    QTest::addColumn<QList<bool>>("reports");
-
-    QTest::newRow("squelch open") << QByteArray("COS:1\n") << QList<bool>{true, false};
-    QTest::newRow("squelch closed") << QByteArray("COS:0\n") << QList<bool>{false};
-}
-
-void tst_ArduinoController::closesALostPortOnce() {
-    QFETCH(QByteArray, before);
-    m_radio = std::make_unique<ArduinoController>(nullptr, quick);
-    QVERIFY(m_radio->openPort(m_board->device(), 9600, cosHigh, !pttInverted));
-    QSignalSpy cos(m_radio.get(), &ArduinoController::cosChanged);
-    sayAndWait(before);
-    m_log->take();
-    m_board->vanish();
-    QTRY_VERIFY(!m_radio->isOpen());
-    QStringList logged = m_log->take();
-    logged.removeOne(dtrFailed); // it may have come to that
-    QCOMPARE(logged, QStringList(lost(*m_board)));
-    QCOMPARE(logOfAWhile(quick), QStringList());
-    QTEST(firstArguments(cos), "reports");
-    QVERIFY(!m_radio->findChild<QSerialPort *>());
-}
-
-void tst_ArduinoController::saysThatThePortIsLostBeforeTheSquelchCloses() {
-    open();
-    sayAndWait("COS:1\n");
-    QStringList loggedAtReport;
-    bool isOpenAtReport = true;
-    connect(m_radio.get(), &ArduinoController::cosChanged, this, [&] {
-        loggedAtReport = m_log->lines();
-        isOpenAtReport = m_radio->isOpen();
-    });
-    m_board->vanish();
-    QTRY_COMPARE(loggedAtReport, QStringList(lost(*m_board)));
-    QVERIFY(!isOpenAtReport);
-}
-
-void tst_ArduinoController::doesNotSpinOnALostPort() {
-    open();
-    m_board->vanish();
-    QTRY_VERIFY(!m_radio->isOpen());
-    const auto before = processorTime();
-    QTimer watch;
-    watch.setSingleShot(true);
-    QSignalSpy over(&watch, &QTimer::timeout);
-    watch.start(300);
-    QVERIFY(over.wait());
-    QVERIFY2(processorTime() - before < 100ms, "the loop has been busy with a dead port");
-}
-
-void tst_ArduinoController::survivesWritingToALostPort() {
-    open();
-    m_board->vanish();
-    m_radio->setPtt(true); // before the loop has come to know of the loss
-    m_radio->sendConfig();
-    m_radio->setPtt(false);
-    QTRY_VERIFY(!m_radio->isOpen());
-    QCOMPARE(m_log->take(), (QStringList{configSent("true", "false"), lost(*m_board)}));
-}
-
-void tst_ArduinoController::opensAgainAfterALoss() {
-    open();
-    m_board->vanish();
-    QTRY_VERIFY(!m_radio->isOpen());
-    m_log->take();
-    m_board = std::make_unique<PtyBoard>();
-    open();
-    QSignalSpy cos(m_radio.get(), &ArduinoController::cosChanged);
-    sayAndWait("COS:1\n");
-    QCOMPARE(firstArguments(cos), QList<bool>{true});
-}
-
-void tst_ArduinoController::doesNotTakeABusyBoardForALostOne() {
-    open();
-    for (int i = 0; i < moreThanAPtyHolds; ++i)
-        m_radio->setPtt(true);
-    m_radio->setPtt(false);
-    QCoreApplication::processEvents();
-    QVERIFY(m_radio->isOpen());
-    QTRY_COMPARE(m_board->heard().size(), 6 * (moreThanAPtyHolds + 1));
-    QCOMPARE(m_board->heard(), QByteArray("PTT:1\n").repeated(moreThanAPtyHolds) + "PTT:0\n");
-    QCOMPARE(m_log->take(), QStringList());
-}
-
-void tst_ArduinoController::doesNotWaitForABoardThatTakesNothing() {
-    open();
-    for (int i = 0; i < moreThanAPtyHolds; ++i)
-        m_radio->setPtt(true);
-    QElapsedTimer timer;
-    timer.start();
-    m_radio.reset();
-    QVERIFY2(timer.elapsed() < 1000, qPrintable(QString::number(timer.elapsed())));
 }
 
 QTEST_GUILESS_MAIN(tst_ArduinoController)
