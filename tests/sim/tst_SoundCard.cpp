@@ -1,102 +1,14 @@
+#include "CardBench.h"
 #include "sim/MonotonicClock.h"
-#include "sim/SoundCard.h"
 
-#include <QTemporaryDir>
-#include <QtTest>
-
-#include <algorithm>
-#include <alsa/asoundlib.h>
-#include <cerrno>
 #include <ctime>
-#include <memory>
-#include <vector>
 
 using namespace sim;
 
 namespace {
 
-constexpr snd_pcm_stream_t capture = SND_PCM_STREAM_CAPTURE;
-constexpr snd_pcm_stream_t playback = SND_PCM_STREAM_PLAYBACK;
-using Samples = std::vector<std::int16_t>;
-
-/// An ALSA handle as the daemon holds one.
-class Handle {
-public:
-    explicit Handle(snd_pcm_stream_t stream, const char *name = "hw:0,0") {
-        m_error = snd_pcm_open(&m_pcm, name, stream, 0);
-    }
-    ~Handle() { close(); }
-    Handle(const Handle &) = delete;
-    Handle &operator=(const Handle &) = delete;
-
-    operator snd_pcm_t *() const { return m_pcm; }
-    int error() const { return m_error; }
-    unsigned rateHz = 48000;
-    unsigned channels = 1;
-    snd_pcm_uframes_t bufferFrames = 24000;
-    snd_pcm_uframes_t periodFrames = 960;
-
-    /// Asks for what stands in the fields; they then hold what was granted.
-    int configure() {
-        snd_pcm_hw_params_t *params = nullptr;
-        snd_pcm_hw_params_alloca(&params);
-        snd_pcm_hw_params_any(m_pcm, params);
-        snd_pcm_hw_params_set_access(m_pcm, params, SND_PCM_ACCESS_RW_INTERLEAVED);
-        snd_pcm_hw_params_set_format(m_pcm, params, SND_PCM_FORMAT_S16_LE);
-        snd_pcm_hw_params_set_channels_near(m_pcm, params, &channels);
-        snd_pcm_hw_params_set_rate_near(m_pcm, params, &rateHz, nullptr);
-        snd_pcm_hw_params_set_buffer_size_near(m_pcm, params, &bufferFrames);
-        snd_pcm_hw_params_set_period_size_near(m_pcm, params, &periodFrames, nullptr);
-        return snd_pcm_hw_params(m_pcm, params);
-    }
-
-    int setThresholds(snd_pcm_uframes_t start, snd_pcm_uframes_t availMin) {
-        snd_pcm_sw_params_t *params = nullptr;
-        snd_pcm_sw_params_alloca(&params);
-        snd_pcm_sw_params_current(m_pcm, params);
-        snd_pcm_sw_params_set_start_threshold(m_pcm, params, start);
-        snd_pcm_sw_params_set_avail_min(m_pcm, params, availMin);
-        return snd_pcm_sw_params(m_pcm, params);
-    }
-
-    snd_pcm_sframes_t write(const Samples &samples) {
-        return snd_pcm_writei(m_pcm, samples.data(), samples.size() / channels);
-    }
-
-    Samples read(std::size_t frames) {
-        Samples samples(frames * channels);
-        const snd_pcm_sframes_t got = snd_pcm_readi(m_pcm, samples.data(), frames);
-        samples.resize(std::size_t(std::max<snd_pcm_sframes_t>(got, 0)) * channels);
-        return samples;
-    }
-
-    void close() {
-        if (m_pcm != nullptr) {
-            snd_pcm_close(m_pcm);
-            m_pcm = nullptr;
-        }
-    }
-
-private:
-    snd_pcm_t *m_pcm = nullptr;
-    int m_error = 0;
-};
-
-/// Sound without a zero and without a repetition within 30,000 samples.
-Samples ramp(std::size_t count) {
-    Samples samples(count);
-    for (std::size_t i = 0; i < count; ++i) {
-        samples[i] = std::int16_t(i % 30000 + 1);
-    }
-    return samples;
-}
-
 qint64 framesIn(qint64 ns, qint64 rateHz) {
     return ns * rateHz / 1'000'000'000;
-}
-
-bool isSilent(const Samples &samples) {
-    return std::all_of(samples.begin(), samples.end(), [](std::int16_t sample) { return sample == 0; });
 }
 
 /// Where the one sound in a recording begins and how much follows its first sample; -1 when there is none.
@@ -117,16 +29,10 @@ qint64 threadCpuNs() {
 
 } // namespace
 
-class tst_SoundCard : public QObject {
+class tst_SoundCard : public CardBench {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-
-    void aCardThatIsNotThereCannotBeOpened();
-    void anAbsentCardSaysNoSuchDevice();
-    void aBusyCardSaysBusy();
-    void aDirectionCanBeOpenedOnce();
     void defaultIsTheFirstCard();
 
     void theCardGrantsWhatItCan_data();
@@ -147,63 +53,7 @@ private Q_SLOTS:
     void aFullBufferBlocksWithoutSpinning();
     void drainingEnds();
     void aSlowClockLeavesNoHoles();
-
-    void anOverrunIsReportedAndRecovered_data();
-    void anOverrunIsReportedAndRecovered();
-    void anUnderrunIsReportedAndRecovered_data();
-    void anUnderrunIsReportedAndRecovered();
-    void anUnpluggedCaptureEnds();
-    void anUnpluggedPlaybackEnds();
-    void anUnplugEndsABlockedWrite();
-    void aCardPluggedInAgainMayHaveChanged();
-    void failingWritesCannotBeRecovered();
-
-private:
-    QTemporaryDir m_folder;
 };
-
-void tst_SoundCard::initTestCase() {
-    QVERIFY(m_folder.isValid());
-    QVERIFY(SoundCard::installAlsaConfig(m_folder.path()));
-}
-
-void tst_SoundCard::aCardThatIsNotThereCannotBeOpened() {
-    const SoundCard card(m_folder.path(), 0);
-    QCOMPARE(Handle(capture, "hw:3,0").error(), -ENOENT);
-    QCOMPARE(Handle(capture, "hw:0,1").error(), -ENOENT);
-    QCOMPARE(Handle(capture, "hw:0,0").error(), 0);
-}
-
-void tst_SoundCard::anAbsentCardSaysNoSuchDevice() {
-    SoundCard card(m_folder.path(), 0);
-    card.setPresent(false);
-    QCOMPARE(Handle(capture).error(), -ENODEV);
-    QCOMPARE(Handle(playback).error(), -ENODEV);
-    card.setPresent(true);
-    QCOMPARE(Handle(capture).error(), 0);
-}
-
-void tst_SoundCard::aBusyCardSaysBusy() {
-    SoundCard card(m_folder.path(), 0);
-    card.setBusy(true);
-    QCOMPARE(Handle(capture).error(), -EBUSY);
-    QCOMPARE(Handle(playback).error(), -EBUSY);
-    card.setBusy(false);
-    QCOMPARE(Handle(playback).error(), 0);
-}
-
-void tst_SoundCard::aDirectionCanBeOpenedOnce() {
-    const SoundCard card(m_folder.path(), 0);
-    Handle first(capture);
-    QCOMPARE(first.error(), 0);
-    QVERIFY(card.isCaptureOpen());
-    QVERIFY(!card.isPlaybackOpen());
-    QCOMPARE(Handle(capture).error(), -EBUSY);
-    QCOMPARE(Handle(playback).error(), 0);
-    first.close();
-    QVERIFY(!card.isCaptureOpen());
-    QCOMPARE(Handle(capture).error(), 0);
-}
 
 void tst_SoundCard::defaultIsTheFirstCard() {
     const SoundCard card(m_folder.path(), 0);
@@ -499,154 +349,6 @@ void tst_SoundCard::aSlowClockLeavesNoHoles() {
     QVERIFY(std::abs(countSound(heard) - 9697) <= 2);
     const auto end = heard.begin() + first + countSound(heard);
     QVERIFY(std::all_of(heard.begin() + first, end, [](std::int16_t sample) { return sample == 7; }));
-}
-
-void tst_SoundCard::anOverrunIsReportedAndRecovered_data() {
-    QTest::addColumn<bool>("onCommand");
-    QTest::newRow("on command") << true;
-    QTest::newRow("not read in time") << false;
-}
-
-void tst_SoundCard::anOverrunIsReportedAndRecovered() {
-    QFETCH(bool, onCommand);
-    SoundCard card(m_folder.path(), 0);
-    Handle handle(capture);
-    handle.bufferFrames = onCommand ? 48000 : 1920;
-    handle.periodFrames = 960;
-    QCOMPARE(handle.configure(), 0);
-    QCOMPARE(snd_pcm_start(handle), 0);
-    if (onCommand) {
-        QVERIFY(snd_pcm_avail_update(handle) >= 0);
-        card.overrun();
-    }
-    QTRY_COMPARE(qint64(snd_pcm_avail_update(handle)), qint64(-EPIPE));
-    QCOMPARE(qint64(snd_pcm_avail_update(handle)), qint64(-EPIPE));
-    QCOMPARE(card.captureXruns(), 1);
-    QCOMPARE(snd_pcm_recover(handle, -EPIPE, 1), 0);
-    QCOMPARE(snd_pcm_start(handle), 0);
-    QCOMPARE(handle.read(960).size(), std::size_t(960));
-    QCOMPARE(card.captureXruns(), 1);
-}
-
-void tst_SoundCard::anUnderrunIsReportedAndRecovered_data() {
-    QTest::addColumn<bool>("onCommand");
-    QTest::newRow("on command") << true;
-    QTest::newRow("not written in time") << false;
-}
-
-void tst_SoundCard::anUnderrunIsReportedAndRecovered() {
-    QFETCH(bool, onCommand);
-    SoundCard card(m_folder.path(), 0);
-    Handle handle(playback);
-    QCOMPARE(handle.configure(), 0);
-    QCOMPARE(handle.setThresholds(960, 960), 0);
-    QCOMPARE(qint64(handle.write(ramp(onCommand ? 19200 : 960))), qint64(onCommand ? 19200 : 960));
-    if (onCommand) {
-        card.underrun();
-    } else {
-        QTRY_COMPARE(qint64(snd_pcm_avail_update(handle)), qint64(-EPIPE));
-    }
-    QCOMPARE(qint64(handle.write(ramp(960))), qint64(-EPIPE));
-    QCOMPARE(card.playbackXruns(), 1);
-    QVERIFY(isSilent(card.played(monotonicNs() + 100'000, monotonicNs() + 1'000'000'000).samples));
-    QCOMPARE(snd_pcm_recover(handle, -EPIPE, 1), 0);
-    QCOMPARE(qint64(handle.write(ramp(1920))), Q_INT64_C(1920));
-    QCOMPARE(snd_pcm_state(handle), SND_PCM_STATE_RUNNING);
-    QCOMPARE(card.playbackXruns(), 1);
-}
-
-void tst_SoundCard::anUnpluggedCaptureEnds() {
-    SoundCard card(m_folder.path(), 0);
-    Handle handle(capture);
-    QCOMPARE(handle.configure(), 0);
-    QCOMPARE(snd_pcm_start(handle), 0);
-    QCOMPARE(handle.read(960).size(), std::size_t(960));
-    card.unplug();
-    for (int i = 0; i < 100; ++i) {
-        QVERIFY(snd_pcm_avail_update(handle) < 960);
-    }
-    Samples buffer(960);
-    QCOMPARE(qint64(snd_pcm_readi(handle, buffer.data(), 960)), qint64(-ENODEV));
-    QCOMPARE(snd_pcm_state(handle), SND_PCM_STATE_DISCONNECTED);
-    QVERIFY(snd_pcm_recover(handle, -ENODEV, 1) < 0);
-    QCOMPARE(card.captureXruns(), 0);
-    QCOMPARE(Handle(capture).error(), -ENODEV);
-}
-
-void tst_SoundCard::anUnpluggedPlaybackEnds() {
-    SoundCard card(m_folder.path(), 0);
-    Handle handle(playback);
-    QCOMPARE(handle.configure(), 0);
-    QCOMPARE(handle.setThresholds(960, 960), 0);
-    QCOMPARE(qint64(handle.write(ramp(9600))), Q_INT64_C(9600));
-    card.unplug();
-    QCOMPARE(qint64(handle.write(ramp(960))), qint64(-ENODEV));
-    QVERIFY(snd_pcm_recover(handle, -ENODEV, 1) < 0);
-    QVERIFY(isSilent(card.played(monotonicNs() + 100'000, monotonicNs() + 1'000'000'000).samples));
-    QCOMPARE(card.playbackXruns(), 0);
-    // What was open when the card went stays dead, even when it comes back.
-    card.plugIn();
-    QCOMPARE(qint64(handle.write(ramp(960))), qint64(-ENODEV));
-    QVERIFY(snd_pcm_drain(handle) < 0);
-}
-
-void tst_SoundCard::anUnplugEndsABlockedWrite() {
-    SoundCard card(m_folder.path(), 0);
-    Handle handle(playback);
-    QCOMPARE(handle.configure(), 0);
-    QCOMPARE(handle.setThresholds(960, 960), 0);
-    QCOMPARE(qint64(handle.write(Samples(24000, 1))), Q_INT64_C(24000));
-    const std::unique_ptr<QThread> hand(QThread::create([&card] {
-        // The first frames beyond a full buffer: the write is under way and blocks.
-        const QDeadlineTimer deadline(5000);
-        while (card.framesPlayed() <= 24000 && !deadline.hasExpired()) {
-            QThread::yieldCurrentThread();
-        }
-        card.unplug();
-    }));
-    hand->start();
-    const qint64 written = handle.write(Samples(19200, 1));
-    QVERIFY(hand->wait(5000));
-    QVERIFY(written < 19200);
-    QCOMPARE(qint64(handle.write(Samples(960, 1))), qint64(-ENODEV));
-}
-
-void tst_SoundCard::aCardPluggedInAgainMayHaveChanged() {
-    SoundCard card(m_folder.path(), 0);
-    {
-        Handle handle(capture);
-        QCOMPARE(handle.configure(), 0);
-        card.unplug();
-    }
-    card.setRate(44100);
-    card.plugIn();
-    Handle handle(capture);
-    QCOMPARE(handle.error(), 0);
-    QCOMPARE(handle.configure(), 0);
-    QCOMPARE(handle.rateHz, 44100U);
-    QCOMPARE(handle.read(882).size(), std::size_t(882));
-}
-
-void tst_SoundCard::failingWritesCannotBeRecovered() {
-    SoundCard card(m_folder.path(), 0);
-    Handle handle(playback);
-    QCOMPARE(handle.configure(), 0);
-    QCOMPARE(handle.setThresholds(960, 960), 0);
-    QCOMPARE(qint64(handle.write(ramp(960))), Q_INT64_C(960));
-    card.failPlaybackWrites(true);
-    for (int i = 0; i < 3; ++i) {
-        const qint64 error = handle.write(ramp(960));
-        QVERIFY(error == -EIO || error == -EPIPE);
-        QVERIFY(snd_pcm_recover(handle, int(error), 1) < 0);
-    }
-    // Also once the stream has run empty, which an ordinary card recovers from.
-    QTRY_COMPARE(qint64(snd_pcm_avail_update(handle)), qint64(-EPIPE));
-    QCOMPARE(qint64(handle.write(ramp(960))), qint64(-EPIPE));
-    QVERIFY(snd_pcm_recover(handle, -EPIPE, 1) < 0);
-
-    card.failPlaybackWrites(false);
-    QCOMPARE(snd_pcm_recover(handle, -EPIPE, 1), 0);
-    QCOMPARE(qint64(handle.write(ramp(960))), Q_INT64_C(960));
 }
 
 QTEST_GUILESS_MAIN(tst_SoundCard)
