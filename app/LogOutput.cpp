@@ -12,7 +12,7 @@ namespace {
 
 /// In characters. What somebody sends us may end up in a line, however long it is; writing a line of megabytes would
 /// hold up the loop, and the journal cuts it into pieces.
-constexpr int longestMessage = 32768;
+constexpr int longestMessage = 4096;
 
 void writeToStandardError(const QByteArray &line) {
     for (int written = 0; written < line.size();) {
