@@ -3,6 +3,8 @@
 #include "Loopback.h"
 #include "Promise.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
@@ -11,10 +13,15 @@ namespace {
 
 constexpr quint16 mediaPort = 8082;
 
-/// A close in order would keep the port busy for a minute.
-void endAtOnce(int fd) {
-    const linger atOnce = {1, 0};
-    promise(::setsockopt(fd, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce) == 0, "set-up: linger");
+template <class Value>
+void setOption(int fd, int level, int option, const Value &value) {
+    promise(::setsockopt(fd, level, option, &value, sizeof value) == 0, "set-up: socket option");
+}
+
+/// What is said arrives at once, and the end is one at once: a close in order would keep the port busy for a minute.
+void setUpLink(int fd) {
+    setOption(fd, IPPROTO_TCP, TCP_NODELAY, 1);
+    setOption(fd, SOL_SOCKET, SO_LINGER, linger{1, 0});
 }
 
 } // namespace
@@ -37,7 +44,7 @@ void Server::accept() {
         return;
     closeLink();
     m_link = fd;
-    endAtOnce(m_link);
+    setUpLink(m_link);
 }
 
 void Server::say(std::string_view bytes) {
