@@ -197,9 +197,9 @@ void TestInstalledService::theRoomIsHeardOnTheRadio() {
 void TestInstalledService::theWebUiIsObeyedAndShares() {
     const QString folder = "/opt/kivo-appliance/tmp/"_s;
     order("setpriv --reuid=www-data --regid=www-data --clear-groups sh -c 'echo \"{\\\"action\\\": \\\"set_tot\\\", "
-          "\\\"value\\\": 240}\" >%1x.tmp && mv %1x.tmp %1kivo-cmd-1.json'"_s.arg(folder));
+          "\\\"value\\\": 120}\" >%1x.tmp && mv %1x.tmp %1kivo-cmd-1.json'"_s.arg(folder));
     QVERIFY(TestSite::waitFor(
-        [&] { return m_machine.run("grep -q '\"tot_duration\": 240' "_s + configFile).exitCode == 0; }, patienceMs));
+        [&] { return m_machine.run("grep -q '\"tot_duration\": 120' "_s + configFile).exitCode == 0; }, patienceMs));
     QCOMPARE(order("stat --format='%U:%G %a' "_s + configFile), "root:www-data 664"_s);
     QCOMPARE(order("stat --format='%U:%G %a' "_s + folder + "kivo-status.json"_s), "root:www-data 664"_s);
     QCOMPARE(m_machine.run("ls "_s + folder + "kivo-cmd-1.json"_s).exitCode, 2);
