@@ -1,90 +1,30 @@
-#include "../support/LogCapture.h"
-#include "TestFiles.h"
-#include "config/ConfigStore.h"
+#include "StoreBench.h"
 
-#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QTemporaryDir>
-#include <QTest>
 
-#include <cerrno>
-#include <csignal>
-#include <cstring>
-#include <fcntl.h>
 #include <grp.h>
-#include <memory>
-#include <sys/file.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
-#include <unistd.h>
 
 using namespace TestFiles;
 
 namespace {
 
-constexpr LockPatience impatient = {3, std::chrono::milliseconds(1)};
-
-QString text(const char *utf8) {
-    return QString::fromUtf8(utf8);
-}
-
 QJsonObject objectIn(const QString &path) {
     return QJsonDocument::fromJson(contentOf(path)).object();
 }
 
-/// Another program's hold on the lock file.
-class ForeignLock {
-public:
-    explicit ForeignLock(const QString &path)
-        : m_fd(::open(QFile::encodeName(path).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0664)),
-          m_isHeld(::flock(m_fd, LOCK_EX | LOCK_NB) == 0) {}
-    ~ForeignLock() { ::close(m_fd); }
-    ForeignLock(const ForeignLock &) = delete;
-    ForeignLock &operator=(const ForeignLock &) = delete;
-    bool isHeld() const { return m_isHeld; }
-
-private:
-    int m_fd;
-    bool m_isHeld;
-};
-
-/// Lets no file grow beyond the size while it lives, as a full disk would.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes) : m_signalBefore(std::signal(SIGXFSZ, SIG_IGN)) {
-        ::getrlimit(RLIMIT_FSIZE, &m_before);
-        const rlimit limit = {bytes, m_before.rlim_max};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit() {
-        ::setrlimit(RLIMIT_FSIZE, &m_before);
-        std::signal(SIGXFSZ, m_signalBefore);
-    }
-    FileSizeLimit(const FileSizeLimit &) = delete;
-    FileSizeLimit &operator=(const FileSizeLimit &) = delete;
-
-private:
-    void (*m_signalBefore)(int);
-    rlimit m_before = {};
-};
-
 } // namespace
 
-class tst_ConfigStore : public QObject {
+class tst_ConfigStore : public StoreBench {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-
     void loadsWhatTheFileHolds_data();
     void loadsWhatTheFileHolds();
     void loadsOnceAndWritesNothing();
-    void loadsNothingThroughALink();
-    void loadsAFileWithASecondName();
     void createsTheFolderWithItsParents();
 
     void savesIndentedText();
@@ -96,51 +36,7 @@ private Q_SLOTS:
     void leavesTheOldFileWholeForItsReaders();
     void sharesTheFilesWithTheWebUi();
     void writersThatTakeTheLockLoseNothing();
-
-    void waitsForTheLock();
-    void givesUpAfterFiveSecondsOnTheLock();
-    void keepsTheObjectWhenTheLockIsNotToBeHad();
-    void freesTheLockAfterEachSave();
-
-    void neverTouchesWhatIsPlantedAsLockFile_data();
-    void neverTouchesWhatIsPlantedAsLockFile();
-    void neverTouchesWhatIsPlantedAsTemporaryFile_data();
-    void neverTouchesWhatIsPlantedAsTemporaryFile();
-    void keepsTheOldFileWhenTheDiskIsFull();
-    void givesUpWhenTheFileCannotBeReplaced();
-
-private:
-    QString at(const char *name) const { return m_folder->filePath(QString::fromLatin1(name)); }
-    QString config() const { return at("config.json"); }
-    ConfigStore store(LockPatience patience = impatient) const { return ConfigStore(m_folder->path(), patience); }
-    void addObstacles();
-    void plantUnder(const char *name, const QString &obstacle) const { plant(obstacle, at(name), at("victim")); }
-    QStringList giveAwayWarnings() const;
-
-    std::unique_ptr<QTemporaryDir> m_folder;
-    std::unique_ptr<LogCapture> m_log;
 };
-
-void tst_ConfigStore::init() {
-    m_folder = std::make_unique<QTemporaryDir>();
-    QVERIFY(m_folder->isValid());
-    m_log = std::make_unique<LogCapture>();
-}
-
-void tst_ConfigStore::cleanup() {
-    m_log.reset();
-}
-
-/// What a successful save has to say about the owner here: nothing for root on a system with the Web UI's group.
-QStringList tst_ConfigStore::giveAwayWarnings() const {
-    const group *webUi = ::getgrnam("www-data");
-    if (!webUi)
-        return {text("warning [Config] Group www-data not found, skipping chown")};
-    write(at("scratch"), "");
-    if (::chown(QFile::encodeName(at("scratch")).constData(), 0, webUi->gr_gid) == 0)
-        return {};
-    return {text("warning [Config] chown failed: ") + text(strerror(errno))};
-}
 
 void tst_ConfigStore::loadsWhatTheFileHolds_data() {
     QTest::addColumn<QByteArray>("file"); // null: no file
@@ -211,27 +107,6 @@ void tst_ConfigStore::loadsOnceAndWritesNothing() {
     QCOMPARE(&loading.object(), &first);
     QCOMPARE(loading.object().value(text("a")), QJsonValue(1));
     QCOMPARE(contentOf(config()), QByteArray("{\"a\": 2}"));
-}
-
-void tst_ConfigStore::loadsNothingThroughALink() {
-    write(at("victim"), "{\"secret\": 1}");
-    plantUnder("config.json", text("link"));
-    ConfigStore loading = store();
-    QCOMPARE(loading.object(), QJsonObject());
-    QCOMPARE(m_log->take(), QStringList(text("debug [Config] No config file, using defaults")));
-    QVERIFY(loading.save());
-    QCOMPARE(contentOf(at("victim")), QByteArray("{\"secret\": 1}"));
-    QVERIFY(S_ISREG(statusOf(config()).st_mode));
-}
-
-void tst_ConfigStore::loadsAFileWithASecondName() {
-    write(at("victim"), "{\"callsign\": \"AB1CD\"}");
-    plantUnder("config.json", text("hard link"));
-    ConfigStore loading = store();
-    QCOMPARE(loading.object().value(text("callsign")), QJsonValue(text("AB1CD")));
-    QVERIFY(loading.save());
-    QCOMPARE(contentOf(at("victim")), QByteArray("{\"callsign\": \"AB1CD\"}"));
-    QCOMPARE(statusOf(config()).st_nlink, nlink_t(1));
 }
 
 void tst_ConfigStore::createsTheFolderWithItsParents() {
@@ -348,126 +223,6 @@ void tst_ConfigStore::writersThatTakeTheLockLoseNothing() {
     writeKeys("own");
     other.join();
     QCOMPARE(objectIn(config()).size(), 2 * savesEach);
-}
-
-void tst_ConfigStore::waitsForTheLock() {
-    auto lock = std::make_unique<ForeignLock>(at("config.lock"));
-    QVERIFY(lock->isHeld());
-    QElapsedTimer timer;
-    timer.start();
-    std::thread holder([&lock] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        lock.reset();
-    });
-    QJsonObject object;
-    const bool isSaved = store(LockPatience()).save(object);
-    holder.join();
-    QVERIFY(isSaved);
-    QVERIFY(timer.elapsed() >= 100);
-    QCOMPARE(m_log->take(), giveAwayWarnings());
-}
-
-void tst_ConfigStore::givesUpAfterFiveSecondsOnTheLock() {
-    write(config(), "{\"a\": 1}");
-    const ForeignLock lock(at("config.lock"));
-    QVERIFY(lock.isHeld());
-    QJsonObject object = {{text("a"), 2}};
-    QElapsedTimer timer;
-    timer.start();
-    QVERIFY(!ConfigStore(m_folder->path()).save(object));
-    QVERIFY2(timer.elapsed() >= 5000 && timer.elapsed() < 7000, qPrintable(QString::number(timer.elapsed())));
-    QCOMPARE(m_log->take(), QStringList(text("warning [Config] Could not acquire lock after 5s")));
-    QCOMPARE(contentOf(config()), QByteArray("{\"a\": 1}"));
-    QVERIFY(!QFile::exists(at("config.json.tmp")));
-}
-
-void tst_ConfigStore::keepsTheObjectWhenTheLockIsNotToBeHad() {
-    write(config(), "{\"theirs\": 1}");
-    const ForeignLock lock(at("config.lock"));
-    QJsonObject object = {{text("mine"), 2}};
-    QVERIFY(!store().save(object));
-    QCOMPARE(object, (QJsonObject{{text("mine"), 2}}));
-}
-
-void tst_ConfigStore::freesTheLockAfterEachSave() {
-    QJsonObject object;
-    QVERIFY(store().save(object));
-    QVERIFY(ForeignLock(at("config.lock")).isHeld());
-    plantUnder("config.json.tmp", text("folder"));
-    QVERIFY(!store().save(object));
-    QVERIFY(ForeignLock(at("config.lock")).isHeld());
-}
-
-void tst_ConfigStore::addObstacles() {
-    QTest::addColumn<QString>("obstacle");
-    QTest::addColumn<int>("reason");
-
-    QTest::newRow("link") << text("link") << ELOOP;
-    QTest::newRow("hard link") << text("hard link") << EMLINK;
-    QTest::newRow("folder") << text("folder") << EISDIR;
-}
-
-void tst_ConfigStore::neverTouchesWhatIsPlantedAsLockFile_data() {
-    addObstacles();
-    QTest::newRow("fifo") << text("fifo") << EINVAL;
-}
-
-void tst_ConfigStore::neverTouchesWhatIsPlantedAsLockFile() {
-    QFETCH(QString, obstacle);
-    QFETCH(int, reason);
-    write(at("victim"), "precious");
-    QCOMPARE(::chmod(QFile::encodeName(at("victim")).constData(), 0600), 0);
-    plantUnder("config.lock", obstacle);
-    QJsonObject object;
-    QVERIFY(!store().save(object));
-    QCOMPARE(m_log->take(), QStringList(text("warning [Config] Cannot open lock file: ") + text(strerror(reason))));
-    QCOMPARE(contentOf(at("victim")), QByteArray("precious"));
-    QCOMPARE(modeOf(at("victim")), mode_t(0600));
-    QVERIFY(!QFile::exists(config()));
-}
-
-void tst_ConfigStore::neverTouchesWhatIsPlantedAsTemporaryFile_data() {
-    addObstacles();
-    QTest::newRow("fifo") << text("fifo") << ENXIO;
-}
-
-void tst_ConfigStore::neverTouchesWhatIsPlantedAsTemporaryFile() {
-    QFETCH(QString, obstacle);
-    QFETCH(int, reason);
-    write(at("victim"), "precious");
-    QCOMPARE(::chmod(QFile::encodeName(at("victim")).constData(), 0600), 0);
-    plantUnder("config.json.tmp", obstacle);
-    QJsonObject object;
-    QVERIFY(!store().save(object));
-    QCOMPARE(m_log->take(), QStringList(text("warning [Config] Cannot open tmp file: ") + text(strerror(reason))));
-    QCOMPARE(contentOf(at("victim")), QByteArray("precious"));
-    QCOMPARE(modeOf(at("victim")), mode_t(0600));
-    QVERIFY(!QFile::exists(config()));
-
-    QCOMPARE(::remove(QFile::encodeName(at("config.json.tmp")).constData()), 0);
-    QVERIFY(store().save(object));
-}
-
-void tst_ConfigStore::keepsTheOldFileWhenTheDiskIsFull() {
-    write(config(), "{\"a\": 1}");
-    QJsonObject object = {{text("b"), QString(1000, QLatin1Char('x'))}};
-    {
-        const FileSizeLimit limit(100);
-        QVERIFY(!store().save(object));
-    }
-    QCOMPARE(m_log->take(), QStringList(text("warning [Config] Short write to tmp: ") + text(strerror(EFBIG))));
-    QCOMPARE(contentOf(config()), QByteArray("{\"a\": 1}"));
-    QVERIFY(!QFile::exists(at("config.json.tmp")));
-    QVERIFY(ForeignLock(at("config.lock")).isHeld());
-}
-
-void tst_ConfigStore::givesUpWhenTheFileCannotBeReplaced() {
-    plantUnder("config.json", text("folder"));
-    QJsonObject object = {{text("a"), 1}};
-    QVERIFY(!store().save(object));
-    QCOMPARE(m_log->take(), QStringList(text("warning [Config] rename failed: ") + text(strerror(EISDIR))));
-    QVERIFY(!QFile::exists(at("config.json.tmp")));
-    QVERIFY(S_ISDIR(statusOf(config()).st_mode));
 }
 
 QTEST_APPLESS_MAIN(tst_ConfigStore)

@@ -1,0 +1,225 @@
+#include "StoreBench.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <memory>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace TestFiles;
+
+namespace {
+
+/// Another program's hold on the lock file.
+class ForeignLock {
+public:
+    explicit ForeignLock(const QString &path)
+        : m_fd(::open(QFile::encodeName(path).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0664)),
+          m_isHeld(::flock(m_fd, LOCK_EX | LOCK_NB) == 0) {}
+    ~ForeignLock() { ::close(m_fd); }
+    ForeignLock(const ForeignLock &) = delete;
+    ForeignLock &operator=(const ForeignLock &) = delete;
+    bool isHeld() const { return m_isHeld; }
+
+private:
+    int m_fd;
+    bool m_isHeld;
+};
+
+/// Lets no file grow beyond the size while it lives, as a full disk would.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) : m_signalBefore(std::signal(SIGXFSZ, SIG_IGN)) {
+        ::getrlimit(RLIMIT_FSIZE, &m_before);
+        const rlimit limit = {bytes, m_before.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() {
+        ::setrlimit(RLIMIT_FSIZE, &m_before);
+        std::signal(SIGXFSZ, m_signalBefore);
+    }
+    FileSizeLimit(const FileSizeLimit &) = delete;
+    FileSizeLimit &operator=(const FileSizeLimit &) = delete;
+
+private:
+    void (*m_signalBefore)(int);
+    rlimit m_before = {};
+};
+
+} // namespace
+
+class tst_ConfigStoreHazards : public StoreBench {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void loadsNothingThroughALink();
+    void loadsAFileWithASecondName();
+
+    void waitsForTheLock();
+    void givesUpAfterFiveSecondsOnTheLock();
+    void keepsTheObjectWhenTheLockIsNotToBeHad();
+    void freesTheLockAfterEachSave();
+
+    void neverTouchesWhatIsPlantedAsLockFile_data();
+    void neverTouchesWhatIsPlantedAsLockFile();
+    void neverTouchesWhatIsPlantedAsTemporaryFile_data();
+    void neverTouchesWhatIsPlantedAsTemporaryFile();
+    void keepsTheOldFileWhenTheDiskIsFull();
+    void givesUpWhenTheFileCannotBeReplaced();
+
+private:
+    void addObstacles();
+    void plantUnder(const char *name, const QString &obstacle) const { plant(obstacle, at(name), at("victim")); }
+};
+
+void tst_ConfigStoreHazards::loadsNothingThroughALink() {
+    write(at("victim"), "{\"secret\": 1}");
+    plantUnder("config.json", text("link"));
+    ConfigStore loading = store();
+    QCOMPARE(loading.object(), QJsonObject());
+    QCOMPARE(m_log->take(), QStringList(text("debug [Config] No config file, using defaults")));
+    QVERIFY(loading.save());
+    QCOMPARE(contentOf(at("victim")), QByteArray("{\"secret\": 1}"));
+    QVERIFY(S_ISREG(statusOf(config()).st_mode));
+}
+
+void tst_ConfigStoreHazards::loadsAFileWithASecondName() {
+    write(at("victim"), "{\"callsign\": \"AB1CD\"}");
+    plantUnder("config.json", text("hard link"));
+    ConfigStore loading = store();
+    QCOMPARE(loading.object().value(text("callsign")), QJsonValue(text("AB1CD")));
+    QVERIFY(loading.save());
+    QCOMPARE(contentOf(at("victim")), QByteArray("{\"callsign\": \"AB1CD\"}"));
+    QCOMPARE(statusOf(config()).st_nlink, nlink_t(1));
+}
+
+void tst_ConfigStoreHazards::waitsForTheLock() {
+    auto lock = std::make_unique<ForeignLock>(at("config.lock"));
+    QVERIFY(lock->isHeld());
+    QElapsedTimer timer;
+    timer.start();
+    std::thread holder([&lock] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        lock.reset();
+    });
+    QJsonObject object;
+    const bool isSaved = store(LockPatience()).save(object);
+    holder.join();
+    QVERIFY(isSaved);
+    QVERIFY(timer.elapsed() >= 100);
+    QCOMPARE(m_log->take(), giveAwayWarnings());
+}
+
+void tst_ConfigStoreHazards::givesUpAfterFiveSecondsOnTheLock() {
+    write(config(), "{\"a\": 1}");
+    const ForeignLock lock(at("config.lock"));
+    QVERIFY(lock.isHeld());
+    QJsonObject object = {{text("a"), 2}};
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(!ConfigStore(m_folder->path()).save(object));
+    QVERIFY2(timer.elapsed() >= 5000 && timer.elapsed() < 7000, qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(m_log->take(), QStringList(text("warning [Config] Could not acquire lock after 5s")));
+    QCOMPARE(contentOf(config()), QByteArray("{\"a\": 1}"));
+    QVERIFY(!QFile::exists(at("config.json.tmp")));
+}
+
+void tst_ConfigStoreHazards::keepsTheObjectWhenTheLockIsNotToBeHad() {
+    write(config(), "{\"theirs\": 1}");
+    const ForeignLock lock(at("config.lock"));
+    QJsonObject object = {{text("mine"), 2}};
+    QVERIFY(!store().save(object));
+    QCOMPARE(object, (QJsonObject{{text("mine"), 2}}));
+}
+
+void tst_ConfigStoreHazards::freesTheLockAfterEachSave() {
+    QJsonObject object;
+    QVERIFY(store().save(object));
+    QVERIFY(ForeignLock(at("config.lock")).isHeld());
+    plantUnder("config.json.tmp", text("folder"));
+    QVERIFY(!store().save(object));
+    QVERIFY(ForeignLock(at("config.lock")).isHeld());
+}
+
+void tst_ConfigStoreHazards::addObstacles() {
+    QTest::addColumn<QString>("obstacle");
+    QTest::addColumn<int>("reason");
+
+    QTest::newRow("link") << text("link") << ELOOP;
+    QTest::newRow("hard link") << text("hard link") << EMLINK;
+    QTest::newRow("folder") << text("folder") << EISDIR;
+}
+
+void tst_ConfigStoreHazards::neverTouchesWhatIsPlantedAsLockFile_data() {
+    addObstacles();
+    QTest::newRow("fifo") << text("fifo") << EINVAL;
+}
+
+void tst_ConfigStoreHazards::neverTouchesWhatIsPlantedAsLockFile() {
+    QFETCH(QString, obstacle);
+    QFETCH(int, reason);
+    write(at("victim"), "precious");
+    QCOMPARE(::chmod(QFile::encodeName(at("victim")).constData(), 0600), 0);
+    plantUnder("config.lock", obstacle);
+    QJsonObject object;
+    QVERIFY(!store().save(object));
+    QCOMPARE(m_log->take(), QStringList(text("warning [Config] Cannot open lock file: ") + text(strerror(reason))));
+    QCOMPARE(contentOf(at("victim")), QByteArray("precious"));
+    QCOMPARE(modeOf(at("victim")), mode_t(0600));
+    QVERIFY(!QFile::exists(config()));
+}
+
+void tst_ConfigStoreHazards::neverTouchesWhatIsPlantedAsTemporaryFile_data() {
+    addObstacles();
+    QTest::newRow("fifo") << text("fifo") << ENXIO;
+}
+
+void tst_ConfigStoreHazards::neverTouchesWhatIsPlantedAsTemporaryFile() {
+    QFETCH(QString, obstacle);
+    QFETCH(int, reason);
+    write(at("victim"), "precious");
+    QCOMPARE(::chmod(QFile::encodeName(at("victim")).constData(), 0600), 0);
+    plantUnder("config.json.tmp", obstacle);
+    QJsonObject object;
+    QVERIFY(!store().save(object));
+    QCOMPARE(m_log->take(), QStringList(text("warning [Config] Cannot open tmp file: ") + text(strerror(reason))));
+    QCOMPARE(contentOf(at("victim")), QByteArray("precious"));
+    QCOMPARE(modeOf(at("victim")), mode_t(0600));
+    QVERIFY(!QFile::exists(config()));
+
+    QCOMPARE(::remove(QFile::encodeName(at("config.json.tmp")).constData()), 0);
+    QVERIFY(store().save(object));
+}
+
+void tst_ConfigStoreHazards::keepsTheOldFileWhenTheDiskIsFull() {
+    write(config(), "{\"a\": 1}");
+    QJsonObject object = {{text("b"), QString(1000, QLatin1Char('x'))}};
+    {
+        const FileSizeLimit limit(100);
+        QVERIFY(!store().save(object));
+    }
+    QCOMPARE(m_log->take(), QStringList(text("warning [Config] Short write to tmp: ") + text(strerror(EFBIG))));
+    QCOMPARE(contentOf(config()), QByteArray("{\"a\": 1}"));
+    QVERIFY(!QFile::exists(at("config.json.tmp")));
+    QVERIFY(ForeignLock(at("config.lock")).isHeld());
+}
+
+void tst_ConfigStoreHazards::givesUpWhenTheFileCannotBeReplaced() {
+    plantUnder("config.json", text("folder"));
+    QJsonObject object = {{text("a"), 1}};
+    QVERIFY(!store().save(object));
+    QCOMPARE(m_log->take(), QStringList(text("warning [Config] rename failed: ") + text(strerror(EISDIR))));
+    QVERIFY(!QFile::exists(at("config.json.tmp")));
+    QVERIFY(S_ISDIR(statusOf(config()).st_mode));
+}
+
+QTEST_APPLESS_MAIN(tst_ConfigStoreHazards)
+#include "tst_ConfigStoreHazards.moc"
