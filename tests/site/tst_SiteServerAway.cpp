@@ -1,4 +1,4 @@
-#include "TestSite.h"
+#include "Measured.h"
 
 using namespace sim;
 
@@ -21,7 +21,11 @@ void TestSiteServerAway::aServerAwayAtStartUpIsTriedUntilItIsThere() {
     site.board().setSquelch(true);
     QVERIFY(site.waitForLog("[COS] ACTIVE — room belum join, TX pending"_s, 5000));
     site.board().setSquelch(false);
+    const Expense expense(site);
     QVERIFY(!Site::waitFor([&] { return !site.daemon().isRunning(); }, awayMs));
+    expense.tell("server away");
+    VERIFY_BETWEEN(expense.kilobytes(), -4096, 512);
+    VERIFY_BETWEEN(expense.load(), 0.001, 0.1);
     QCOMPARE(site.status("connected"), QJsonValue(false));
     QCOMPARE(site.status("callsign"), QJsonValue("AB1CD"_s));
     QCOMPARE(site.daemon().logged("[Server] Terputus"_s), QStringList()); // it never was there

@@ -1,4 +1,4 @@
-#include "TestSite.h"
+#include "Measured.h"
 
 using namespace sim;
 
@@ -26,18 +26,25 @@ void TestSiteServerGone::aPeerGoneWhileTheLinkIdlesIsNoticedAndTheRadioReleased(
     QVERIFY(member);
     member->startTalking();
     QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
+    const Expense expense(site);
     const std::int64_t goneNs = monotonicNs();
     site.server().setSilent(true);
     QVERIFY(site.waitForLine("info"_s, "[Server] Terputus dari server"_s, patienceMs));
     VERIFY_BETWEEN(secondsBetween(goneNs, site.timeLogged("Terputus"_s)), 5, longestSilenceSeconds);
     QCOMPARE(site.daemon().logged("[TCP] Error:"_s).size(), 1);
     QVERIFY(Site::waitFor([&] { return !site.board().isKeyed(); }, 2000));
+    tellMeasured("transmitter released", secondsBetween(goneNs, site.board().keyings().back().timeNs),
+                 "s after the last that was heard of the server");
+    expense.tell("peer silently gone");
+    VERIFY_BETWEEN(expense.kilobytes(), -4096, 512);
+    VERIFY_BETWEEN(expense.load(), 0.001, 0.1);
     QVERIFY(site.waitForLine("info"_s, "[TX] \"EF2GH\" RX"_s, 2000));
     QVERIFY(site.waitForStatus("connected", false, 1000));
 
     const std::int64_t lostNs = site.timeLogged("Terputus"_s);
     site.server().setSilent(false);
     QVERIFY(site.waitUntilBack("Lobby"_s, lostNs, 15000));
+    tellMeasured("back in its room", secondsBetween(lostNs, monotonicNs()), "s after the link was given up");
     VERIFY_BETWEEN(secondsBetween(lostNs, site.timeLogged("[TCP] Connected!"_s, lostNs)), 4.5, 8.0);
     QVERIFY(site.waitForStatus("connected", true));
 }

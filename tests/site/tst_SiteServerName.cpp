@@ -1,4 +1,4 @@
-#include "TestSite.h"
+#include "Measured.h"
 
 using namespace sim;
 
@@ -39,7 +39,11 @@ void TestSiteServerName::aNameThatDoesNotResolveIsTriedUntilItDoes() {
     QVERIFY(site.waitForLine("warning"_s, "[TCP] Error: \"Host not found\""_s, 20000));
     // Looking up does not hold up the loop: the levels are written five times a second all the while.
     QVERIFY(Site::waitFor([&] { return !site.readState("kivo-vu.json"_s).isNull(); }, 2000));
+    const Expense expense(site);
     QVERIFY(Site::waitFor([&] { return site.daemon().logged("\"Host not found\""_s).size() >= 2; }, 20000));
+    expense.tell("a name that does not resolve");
+    VERIFY_BETWEEN(expense.kilobytes(), -4096, 512);
+    VERIFY_BETWEEN(expense.load(), 0.001, 0.2);
     const QList<LogLine> log = site.daemon().log();
     std::vector<std::int64_t> attempts, failures;
     for (const LogLine &line : log) {
@@ -53,6 +57,7 @@ void TestSiteServerName::aNameThatDoesNotResolveIsTriedUntilItDoes() {
     giveName("late.darvi.example");
     const std::int64_t healedNs = monotonicNs();
     QVERIFY(site.waitUntilBack("Lobby"_s, healedNs, 15000));
+    tellMeasured("back in its room", secondsBetween(healedNs, monotonicNs()), "s after the name was there");
     VERIFY_BETWEEN(secondsBetween(healedNs, site.timeLogged("[TCP] Connected!"_s)), 0, 8.0);
 }
 
