@@ -20,6 +20,9 @@ public:
     /// By how much its own memory has grown, without what it shares with the simulated card.
     int kilobytes() const { return ownKilobytes(m_site.daemon().processId()) - m_kilobytesBefore; }
 
+    /// By how much the most memory it ever had has grown; with what it shares with the card, a few MB a minute.
+    int peakMegabytes() const { return mostMegabytesOf(m_site.daemon()) - m_peakMegabytesBefore; }
+
     void tell(const char *fault) const {
         qInfo("measured: %s: %.0f log lines an hour, %.2f %% of a processor, %d kB more, over %.1f s", fault,
               linesPerHour(), load() * 100.0, kilobytes(), seconds());
@@ -36,6 +39,7 @@ private:
     const std::int64_t m_beginNs = sim::monotonicNs();
     const int m_linesBefore = m_site.daemon().log().size();
     const double m_processorBefore = processorSeconds(m_site.daemon().processId());
+    const int m_peakMegabytesBefore = mostMegabytesOf(m_site.daemon());
     const int m_kilobytesBefore = ownKilobytes(m_site.daemon().processId());
 };
 
@@ -49,12 +53,15 @@ inline void letPass(double seconds) {
 /// Little of a processor and no memory to speak of. A sanitizer takes its own share of both.
 #ifdef __SANITIZE_ADDRESS__
 #define VERIFY_CHEAP(expense) VERIFY_BETWEEN((expense).load(), 0.0001, 0.5)
+#define VERIFY_NO_PEAK(expense) Q_UNUSED(expense)
 #else
 #define VERIFY_CHEAP(expense)                                                                                          \
     do {                                                                                                               \
         VERIFY_BETWEEN((expense).load(), 0.0001, 0.15);                                                                \
         VERIFY_BETWEEN((expense).kilobytes(), -4096, 1024);                                                            \
     } while (false)
+/// Not for a moment either.
+#define VERIFY_NO_PEAK(expense) VERIFY_BETWEEN((expense).peakMegabytes(), 0, 12)
 #endif
 
 /// That both transmissions begin and end as ever, whatever is wrong elsewhere, and that the control link has stayed up.

@@ -188,6 +188,7 @@ void TestSiteDiskFaults::aConfigurationRuinedMeanwhileIsMadeWholeByTheNextSave_d
     QTest::newRow("truncated to nothing") << QByteArray() << qint64(0);
     QTest::newRow("garbage") << QByteArray("{\"callsign\": \xff\x00\x01", 16) << qint64(16);
     QTest::newRow("zeros") << QByteArray() << qint64(4096);
+    QTest::newRow("32 MiB") << QByteArray("{}") << (qint64(32) << 20);
     QTest::newRow("8 GiB") << QByteArray("{}") << (qint64(8) << 30);
 }
 
@@ -207,6 +208,7 @@ void TestSiteDiskFaults::aConfigurationRuinedMeanwhileIsMadeWholeByTheNextSave()
     expected.insert("tot_duration"_s, 60);
     QVERIFY(Site::waitFor([&] { return site.readConfig() == expected; }, 2000));
     VERIFY_CHEAP(expense);
+    VERIFY_NO_PEAK(expense);
     QCOMPARE(expense.lines(), 1);
 }
 
