@@ -327,7 +327,9 @@ void TestInstalledService::aPurgeLeavesNothing() {
     QCOMPARE(order("find / -xdev \\( -path /proc -o -path /packages \\) -prune -o -name '*kivo*' "
                    "! -name '69-kivo-local.rules' -print"_s),
              QString());
-    QCOMPARE(order("systemctl list-units --all --plain --no-legend 'kivo-appliance*'"_s), QString());
+    const QString units = "systemctl list-units --all --plain --no-legend 'kivo-appliance*'"_s;
+    QVERIFY(TestSite::waitFor([&] { return m_machine.run(units).output.isEmpty(); }, patienceMs));
+    QVERIFY(m_machine.run("readlink /dev/kivo-board"_s).exitCode != 0);
     install();
 }
 
