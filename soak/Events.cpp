@@ -9,6 +9,10 @@ constexpr int longestPauseMs = 2500;
 
 } // namespace
 
+QString secondsText(int ms) {
+    return QStringLiteral("%1 s").arg(ms / 1000.0);
+}
+
 Events::Events(Scene &scene, quint32 seed) : m_scene(scene), m_random(seed) {
     for (const auto &events : {talkEvents(), linkEvents(), siteEvents()})
         m_table.insert(m_table.end(), events.begin(), events.end());
@@ -32,7 +36,7 @@ void Events::scheduleNext() {
 void Events::happen() {
     const Event &event = draw();
     QRandomGenerator ofThisOne(m_random.generate()); // so that what it draws does not change what comes after it
-    if (const auto details = event.happen(m_scene, ofThisOne))
+    if (const Told details = event.happen(m_scene, ofThisOne))
         m_scene.journal().event(QLatin1String(event.name), *details);
     scheduleNext();
 }

@@ -7,13 +7,17 @@
 #include <span>
 #include <vector>
 
+/// What to tell of an event; nothing when it cannot happen just now.
+using Told = std::optional<QString>;
+
+QString secondsText(int ms);
+
 /// Something that happens to the site now and then.
 struct Event {
     const char *name;
     int weight; ///< how often, against the others
     /// @param random  of this one event alone
-    /// Returns what to tell of it; nothing when it cannot happen just now.
-    std::optional<QString> (*happen)(Scene &scene, QRandomGenerator &random);
+    Told (*happen)(Scene &scene, QRandomGenerator &random);
 };
 std::span<const Event> talkEvents(); ///< who talks, and where
 std::span<const Event> linkEvents(); ///< what becomes of the links to the server

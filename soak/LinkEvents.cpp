@@ -6,12 +6,6 @@ using namespace sim;
 
 namespace {
 
-using Told = std::optional<QString>;
-
-QString secondsText(int ms) {
-    return QStringLiteral("%1 s").arg(ms / 1000.0);
-}
-
 Told kick(Scene &scene, QRandomGenerator &) {
     if (!scene.promises().isSessionUp())
         return {};

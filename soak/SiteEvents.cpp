@@ -4,12 +4,6 @@ using namespace sim;
 
 namespace {
 
-using Told = std::optional<QString>;
-
-QString secondsText(int ms) {
-    return QStringLiteral("%1 s").arg(ms / 1000.0);
-}
-
 Told cardOverruns(Scene &scene, QRandomGenerator &) {
     scene.card().overrun();
     return QString();

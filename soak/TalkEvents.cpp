@@ -5,12 +5,6 @@ using namespace sim;
 
 namespace {
 
-using Told = std::optional<QString>;
-
-QString secondsText(int ms) {
-    return QStringLiteral("%1 s").arg(ms / 1000.0);
-}
-
 Told speak(Scene &scene, int index, int ms) {
     RoomMember *member = scene.members().ready(index);
     if (!member || member->isSpeaking())
