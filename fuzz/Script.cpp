@@ -1,16 +1,16 @@
 #include "Script.h"
 
-std::vector<Step> scriptOf(const std::uint8_t *data, std::size_t size, char first) {
-    constexpr std::uint8_t mark = 0xFF;
+std::vector<Step> scriptOf(const QByteArray &input, char first) {
+    constexpr char mark = '\xff';
     std::vector<Step> steps{{first, {}}};
-    for (std::size_t i = 0; i < size; ++i) {
-        const bool isMark = data[i] == mark && i + 1 < size;
+    for (int i = 0; i < input.size(); ++i) {
+        const bool isMark = input[i] == mark && i + 1 < input.size();
         if (isMark)
             ++i;
-        if (isMark && data[i] != mark) {
-            steps.push_back({static_cast<char>(data[i]), {}});
+        if (isMark && input[i] != mark) {
+            steps.push_back({input[i], {}});
         } else {
-            steps.back().bytes.append(static_cast<char>(data[i]));
+            steps.back().bytes.append(input[i]);
         }
     }
     return steps;

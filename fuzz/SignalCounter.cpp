@@ -4,7 +4,7 @@
 
 SignalCounter::SignalCounter(const QObject &object) {
     const QMetaObject *type = object.metaObject();
-    const QMetaMethod slot = metaObject()->method(metaObject()->indexOfSlot("add()"));
+    const QMetaMethod slot = staticMetaObject.method(staticMetaObject.indexOfSlot("add()"));
     for (int i = type->methodOffset(); i < type->methodCount(); ++i) {
         const QMetaMethod method = type->method(i);
         if (method.methodType() == QMetaMethod::Signal)

@@ -6,12 +6,6 @@
 #include <QFile>
 #include <QTemporaryDir>
 
-/// Freed memory is watched for long enough to catch a late use, and used again soon enough to stay in the cache.
-extern "C" const char *__asan_default_options();
-extern "C" const char *__asan_default_options() {
-    return "quarantine_size_mb=4:malloc_context_size=5";
-}
-
 // The disk is not what is tried here: nothing waits for it. The program's own definitions come before the library's.
 extern "C" int fsync(int) {
     return 0;

@@ -1,5 +1,6 @@
 #include "Board.h"
 
+#include "Fuzz.h"
 #include "Pieces.h"
 #include "Promise.h"
 #include "Script.h"
@@ -130,14 +131,10 @@ void checkLines(QByteArray bytes, Pieces pieces) {
 } // namespace
 
 /// What the board says over the serial line. The first byte tells how it is cut into pieces.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    Surroundings::instance();
-    if (size == 0)
-        return 0;
-    checkLines(QByteArray(reinterpret_cast<const char *>(data + 1), static_cast<int>(size - 1)), Pieces(data[0]));
-    Interface radio(data[0] == '0' ? 0 : data[0]);
-    for (const Step &step : scriptOf(data + 1, size - 1, 'b'))
+void fuzz(const QByteArray &input) {
+    checkLines(input.mid(1), Pieces(firstByte(input)));
+    Interface radio(firstByte(input) == '0' ? 0 : firstByte(input));
+    for (const Step &step : scriptOf(input.mid(1), 'b'))
         radio.play(step);
     radio.finish();
-    return 0;
 }

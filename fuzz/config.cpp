@@ -1,3 +1,4 @@
+#include "Fuzz.h"
 #include "Promise.h"
 #include "Script.h"
 #include "Surroundings.h"
@@ -69,12 +70,12 @@ void checkSaving(ConfigStore &store, const QString &folder) {
 
 /// The settings file, as found at start-up and, after each 0xFF and any letter, as somebody else has written it before
 /// the next save.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+void fuzz(const QByteArray &input) {
     Surroundings &around = Surroundings::instance();
     const QString folder = around.file("config");
     const QString path = folder + QStringLiteral("/config.json");
     QDir().mkpath(folder);
-    const std::vector<Step> files = scriptOf(data, size, 'w');
+    const std::vector<Step> files = scriptOf(input, 'w');
     put(path, files.front().bytes);
     ConfigStore store(folder);
     checkSettings(store.object());
@@ -82,5 +83,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         put(path, file.bytes);
         checkSaving(store, folder);
     }
-    return 0;
 }

@@ -1,4 +1,5 @@
 #include "Datagrams.h"
+#include "Fuzz.h"
 #include "Promise.h"
 #include "Script.h"
 #include "SignalCounter.h"
@@ -139,13 +140,9 @@ private:
 } // namespace
 
 /// Datagrams to the media link. The first byte tells at which step of the handshake they begin to come.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    Surroundings::instance();
-    if (size == 0)
-        return 0;
+void fuzz(const QByteArray &input) {
     Link link;
-    link.handshake(data[0] & 3);
-    for (const Step &step : scriptOf(data + 1, size - 1, 's'))
+    link.handshake(firstByte(input) & 3U);
+    for (const Step &step : scriptOf(input.mid(1), 's'))
         link.play(step);
-    return 0;
 }

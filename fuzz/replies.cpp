@@ -1,3 +1,4 @@
+#include "Fuzz.h"
 #include "Pieces.h"
 #include "Promise.h"
 #include "SignalCounter.h"
@@ -73,13 +74,9 @@ void dispatch(const Units &units) {
 
 /// The server's stream through the framer and the dispatcher, without anything around them. The first byte tells how
 /// the stream is cut into pieces.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    Surroundings::instance();
-    if (size == 0)
-        return 0;
-    const QByteArray stream(reinterpret_cast<const char *>(data + 1), static_cast<int>(size - 1));
+void fuzz(const QByteArray &input) {
+    const QByteArray stream = input.mid(1);
     const Units whole = unitsOf(stream, Pieces(0));
-    checkSame(whole, unitsOf(stream, Pieces(data[0])));
+    checkSame(whole, unitsOf(stream, Pieces(firstByte(input))));
     dispatch(whole);
-    return 0;
 }

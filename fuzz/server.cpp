@@ -1,13 +1,11 @@
+#include "Fuzz.h"
 #include "Hilltop.h"
 
 /// What the server says over the control link, with all that follows from it. The first byte tells how the stream is
 /// cut into pieces.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    if (size == 0)
-        return 0;
-    Hilltop hilltop(data[0] == '0' ? 0 : data[0]);
-    for (const Step &step : scriptOf(data + 1, size - 1, 's'))
+void fuzz(const QByteArray &input) {
+    Hilltop hilltop(firstByte(input) == '0' ? 0 : firstByte(input));
+    for (const Step &step : scriptOf(input.mid(1), 's'))
         hilltop.play(step);
     hilltop.finish();
-    return 0;
 }

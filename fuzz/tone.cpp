@@ -1,3 +1,4 @@
+#include "Fuzz.h"
 #include "Promise.h"
 #include "Surroundings.h"
 #include "audio/Resampler.h"
@@ -7,7 +8,6 @@
 #include <QtEndian>
 
 #include <array>
-#include <cstdint>
 
 namespace {
 
@@ -33,15 +33,13 @@ void checkTone(const WavTone &tone, int channels) {
 } // namespace
 
 /// The warning tone's file. The first byte tells the playback device's rate and channels.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+void fuzz(const QByteArray &input) {
     constexpr std::array rates{8000, 44100, 48000, 192000};
-    if (size == 0)
-        return 0;
-    const int rateHz = rates[data[0] & 3U];
-    const int channels = (data[0] & 4U) != 0 ? 2 : 1;
-    const QByteArray wav(reinterpret_cast<const char *>(data + 1), static_cast<int>(size - 1));
+    const int rateHz = rates[firstByte(input) & 3U];
+    const int channels = (firstByte(input) & 4U) != 0 ? 2 : 1;
+    const QByteArray wav = input.mid(1);
     if (isTedious(wav, rateHz))
-        return 0;
+        return;
     QFile file(Surroundings::instance().file("tone.wav"));
     promise(file.open(QIODevice::WriteOnly) && file.write(wav) == wav.size(), "set-up: file");
     file.close();
@@ -49,5 +47,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const auto tone = warningToneFromWav(file.fileName(), rateHz, channels, resampler);
     if (tone)
         checkTone(*tone, channels);
-    return 0;
 }

@@ -1,11 +1,11 @@
+#include "Fuzz.h"
 #include "Hilltop.h"
 
 /// What the Web UI drops for a gateway that is in a room: command files and login triggers.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+void fuzz(const QByteArray &input) {
     Hilltop hilltop(0);
     hilltop.enterRoom();
-    for (const Step &step : scriptOf(data, size, 'c'))
+    for (const Step &step : scriptOf(input, 'c'))
         hilltop.play(step);
     hilltop.finish();
-    return 0;
 }
