@@ -4,13 +4,13 @@
 #include "Surroundings.h"
 #include "config/SharedFile.h"
 
-#include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 
 using namespace std::chrono_literals;
 
@@ -19,6 +19,9 @@ namespace {
 /// What one run may take in all: enough for every wait of the gateway, a few times.
 constexpr std::chrono::milliseconds longestRun = 60s;
 constexpr int largestBoardPiece = 512;
+
+/// What the gateway writes again and again is written less often than in truth: it costs time and teaches nothing new.
+constexpr TimerPeriods periods = {.levels = 5000ms, .status = 5000ms};
 
 void writeFile(const QString &path, const QByteArray &bytes) {
     QFile file(path);
@@ -31,11 +34,10 @@ QByteArray readFile(const QString &path) {
 }
 
 void emptyFolder(const QString &path) {
-    QDir().mkpath(path);
-    QDir folder(path);
-    const QStringList names = folder.entryList(QDir::Files);
-    for (const QString &name : names)
-        promise(folder.remove(name), "set-up: clean folder");
+    const std::filesystem::path folder = QFile::encodeName(path).toStdString();
+    std::filesystem::create_directories(folder);
+    for (const auto &file : std::filesystem::directory_iterator(folder))
+        std::filesystem::remove(file);
 }
 
 bool isKnownCommand(const QByteArray &word) {
@@ -86,7 +88,8 @@ Hilltop::Hilltop(std::uint8_t cutting)
     emptyFolder(m_paths.configDir());
     emptyFolder(m_paths.exchangeDir());
     writeConfig();
-    m_appliance.emplace(m_paths, [](const QString &) { return false; });
+    m_appliance.emplace(
+        m_paths, [](const QString &) { return false; }, SessionDelays(), periods);
     m_appliance->start();
     pass(500ms);
     promise(m_server.isConnected(), "the gateway connects");
@@ -186,7 +189,7 @@ void Hilltop::dropCommand(const QByteArray &json) {
     const QString name = QStringLiteral("/kivo-cmd-%1.json").arg(++m_commandFiles);
     const QString path = m_paths.exchangeDir() + name;
     writeFile(path, json);
-    pass(500ms);
+    pass(periods.commands);
     const QString action = QJsonDocument::fromJson(json).object().value(QStringLiteral("action")).toString();
     if (QFile::exists(path)) // no time left to look for it
         return;
@@ -200,7 +203,7 @@ void Hilltop::dropCommand(const QByteArray &json) {
 
 void Hilltop::dropTrigger(const QByteArray &json) {
     writeFile(m_paths.loginTriggerFile(), json);
-    pass(2000ms);
+    pass(periods.loginTrigger);
 }
 
 /// Ends without effect when the run has taken its time.
