@@ -29,7 +29,9 @@ public:
     explicit Ear(std::int64_t beginNs) : m_beginNs(beginNs) {}
 
     /// What is heard from that moment on; follows what was heard before.
-    void hear(std::int64_t fromNs, const sim::Pcm &pcm) {
+    /// @param counts  false while the machine keeps nobody's time: delays and gaps are then passed over
+    void hear(std::int64_t fromNs, const sim::Pcm &pcm, bool counts) {
+        m_counts = counts;
         for (double at = 0; at + pieceSeconds <= pcm.seconds() + 1e-6; at += pieceSeconds)
             hearPiece(fromNs + std::int64_t(at * 1e9), sim::slice(pcm, at, at + pieceSeconds));
     }
@@ -62,18 +64,20 @@ private:
     }
     void noteGap() {
         const double gap = std::exchange(m_gap, 0.0);
-        if (!m_wasHigh)
-            return; // before the sound
+        if (!m_wasHigh || !m_counts)
+            return; // before the sound, or not its fault
         m_longestGap = std::max(m_longestGap, gap);
         m_allGaps += gap;
     }
     /// It turns high at every odd second.
     void noteChange(std::int64_t timeNs, bool isHigh) {
-        m_delays.push_back(std::fmod(secondsBetween(m_beginNs, timeNs) + (isHigh ? 1.0 : 0.0), 2.0));
+        if (m_counts)
+            m_delays.push_back(std::fmod(secondsBetween(m_beginNs, timeNs) + (isHigh ? 1.0 : 0.0), 2.0));
     }
 
     const std::int64_t m_beginNs;
     std::optional<bool> m_wasHigh;
+    bool m_counts = true;
     double m_gap = 0, m_longestGap = 0, m_allGaps = 0, m_heardSeconds = 0;
     std::vector<double> m_delays;
 };
@@ -100,38 +104,50 @@ public:
         m_fedSeconds = feedSeconds;
         m_playedNs = sim::monotonicNs();
         m_member.forgetHeard();
-        m_playbackXruns = m_site.card().playbackXruns();
-        m_captureXruns = m_site.card().captureXruns();
         return talks && isTaken;
     }
 
-    /// Listens for a while.
+    /// Listens for a while. What happens while the machine does not keep pace, and right behind that, is passed over.
     void goOn(double seconds) {
+        const int underrunsBefore = m_site.card().playbackXruns(), overrunsBefore = m_site.card().captureXruns();
+        const std::int64_t fromNs = sim::monotonicNs();
+        Pace pace(m_site.daemon());
         letPass(seconds);
-        listenOnAir();
-        listenInRoom();
+        const bool wasCalm = std::exchange(m_isCalm, pace.wasKept());
+        const bool counts = wasCalm && m_isCalm;
+        listenOnAir(counts);
+        const int frames = listenInRoom(counts);
         feedOn();
+        const int underruns = m_site.card().playbackXruns() - underrunsBefore;
+        (counts ? m_underruns : m_disturbedXruns) += underruns;
+        (counts ? m_overruns : m_disturbedXruns) += m_site.card().captureXruns() - overrunsBefore;
+        m_framesInRoom += counts ? frames : 0;
+        (counts ? m_calmSeconds : m_disturbedSeconds) += secondsBetween(fromNs, sim::monotonicNs());
     }
 
     const Alternation::Ear &onAir() const { return *m_onAir; }
     const Alternation::Ear &inRoom() const { return *m_inRoom; }
-    int underruns() const { return m_site.card().playbackXruns() - m_playbackXruns; }
-    int overruns() const { return m_site.card().captureXruns() - m_captureXruns; }
+    int underruns() const { return m_underruns; }
+    int overruns() const { return m_overruns; }
     int framesInRoom() const { return m_framesInRoom; }
+    double calmSeconds() const { return m_calmSeconds; }
+    double disturbedSeconds() const { return m_disturbedSeconds; }
+    int disturbedXruns() const { return m_disturbedXruns; }
 
 private:
     static constexpr int feedSeconds = 60;
 
-    void listenOnAir() {
+    void listenOnAir(bool counts) {
         const std::int64_t untilNs = m_playedNs + (sim::monotonicNs() - m_playedNs) / 10'000'000 * 10'000'000;
-        m_onAir->hear(m_playedNs, m_site.card().played(m_playedNs, untilNs));
+        m_onAir->hear(m_playedNs, m_site.card().played(m_playedNs, untilNs), counts);
         m_playedNs = untilNs;
     }
-    void listenInRoom() {
+    int listenInRoom(bool counts) {
         for (const sim::RoomMember::Heard &frame : m_member.heard())
-            m_inRoom->hear(frame.timeNs, {48000, {frame.samples.begin(), frame.samples.end()}});
-        m_framesInRoom += int(m_member.heard().size());
+            m_inRoom->hear(frame.timeNs, {48000, {frame.samples.begin(), frame.samples.end()}}, counts);
+        const int frames = int(m_member.heard().size());
         m_member.forgetHeard();
+        return frames;
     }
     /// An even number of seconds each time: it begins low.
     void feedOn() {
@@ -150,7 +166,9 @@ private:
     std::optional<Alternation::Ear> m_onAir, m_inRoom;
     std::int64_t m_playedNs = 0;
     int m_fedSeconds = 0;
-    int m_playbackXruns = 0, m_captureXruns = 0, m_framesInRoom = 0;
+    bool m_isCalm = true;
+    int m_underruns = 0, m_overruns = 0, m_disturbedXruns = 0, m_framesInRoom = 0;
+    double m_calmSeconds = 0, m_disturbedSeconds = 0;
 };
 
 /// How far the card's clocks are off, and what that must come to.
@@ -158,7 +176,7 @@ struct Skew {
     double capturePpm = 0, playbackPpm = 0;
     int seconds = 0;
     int leastUnderruns = 0, mostUnderruns = 0;
-    double leastDrift = 0, mostDrift = 0; ///< of the delay on the air from the first to the last second, in seconds
+    double leastDrift = 0, mostDrift = 0; ///< of the delay on the air from least to most, in seconds
 };
 Q_DECLARE_METATYPE(Skew)
 
@@ -178,33 +196,40 @@ inline void verifyTheTalkGoesOn(const Skew &skew, double lookEverySeconds) {
     QVERIFY(site.bringUp());
     const auto member = site.memberIn("Lobby"_s);
     QVERIFY(member);
+    QVERIFY(site.waitForLog("[Appliance] Gateway info saved"_s, 5000)); // the login's last line
     SkewedTalk talk(site, *member, skew.seconds);
     QVERIFY(talk.begin());
-    talk.goOn(2.0);
+    QVERIFY(site.waitForLog("[Audio] SW buffer primed"_s, 5000)); // the talk's last line
     const Expense expense(site);
-    const int framesBefore = talk.framesInRoom();
-    while (expense.seconds() < skew.seconds - 2.0)
+    while (expense.seconds() < skew.seconds)
         talk.goOn(lookEverySeconds);
-    const double framesOfTheCard = expense.seconds() * 50.0 * (1.0 + skew.capturePpm / 1e6);
-    const int frames = talk.framesInRoom() - framesBefore;
+    const double framesOfTheCard = talk.calmSeconds() * 50.0 * (1.0 + skew.capturePpm / 1e6);
 
     const Alternation::Ear &onAir = talk.onAir(), &inRoom = talk.inRoom();
     tellOf("on the air", onAir, talk.underruns());
     tellOf("in the room", inRoom, talk.overruns());
-    tellMeasured("frames missing in the room", framesOfTheCard - frames, "frames");
+    tellMeasured("frames missing in the room", framesOfTheCard - talk.framesInRoom(), "frames");
+    qInfo("measured: %.0f s at a steady pace, %.0f s disturbed with %d xruns", talk.calmSeconds(),
+          talk.disturbedSeconds(), talk.disturbedXruns());
     expense.tell("clock skew");
+    if (talk.calmSeconds() < 5.0)
+        QSKIP("the machine is too busy to keep time");
 
     // Half a second of the device's buffer, 200 ms of the queue's, and the way.
     VERIFY_BETWEEN(onAir.mostDelay(), 0.05, 0.8);
-    VERIFY_BETWEEN(onAir.lastDelay() - onAir.firstDelay(), skew.leastDrift, skew.mostDrift);
-    VERIFY_BETWEEN(talk.underruns(), skew.leastUnderruns, skew.mostUnderruns);
+    if (talk.disturbedXruns() == 0)
+        VERIFY_BETWEEN(onAir.mostDelay() - onAir.leastDelay(), skew.leastDrift, skew.mostDrift);
+    VERIFY_BETWEEN(talk.underruns(), 0, skew.mostUnderruns);
+    VERIFY_BETWEEN(talk.underruns() + talk.disturbedXruns(), skew.leastUnderruns, 1000);
     VERIFY_BETWEEN(onAir.longestGap(), 0.0, 0.25);
     VERIFY_BETWEEN(onAir.allGaps(), 0.0, 0.15 * talk.underruns() + 0.1);
     VERIFY_BETWEEN(inRoom.mostDelay() - inRoom.leastDelay(), 0.0, 0.12);
-    VERIFY_BETWEEN(framesOfTheCard - frames, -15.0, 15.0);
+    // At the edge of a disturbed second, frames may count to the wrong side.
+    const double edges = 10.0 + 2.0 * talk.disturbedSeconds();
+    VERIFY_BETWEEN(framesOfTheCard - talk.framesInRoom(), -edges, edges);
     VERIFY_BETWEEN(talk.overruns(), 0, 1);
     VERIFY_CHEAP(expense);
-    VERIFY_BETWEEN(expense.lines(), 0, 3 + skew.seconds / 60);
+    QCOMPARE(expense.lines(), 0);
     QCOMPARE(site.daemon().logged("[Server] Terputus"_s), QStringList());
     QVERIFY(site.board().isKeyed());
     member->stopTalking();
