@@ -1,5 +1,5 @@
 #include "Hearing.h"
-#include "Processor.h"
+#include "Measured.h"
 
 #include <QDir>
 
@@ -190,7 +190,9 @@ void TestSiteWebUiFlood::tenThousandCommandsCostNoSound() {
         const std::int64_t fromNs = monotonicNs();
         member->forgetHeard();
         inBackground(dropPreparedCommands);
+        const Expense expense(*m_site);
         both.isOver = Site::waitFor([&] { return !QFile::exists(last); }, 30000);
+        expense.tell("10,000 commands");
         both.onAir = m_site->card().played(fromNs, monotonicNs());
         both.inRoom = member->heardFrom(Site::adminAccount().id);
         return both;
