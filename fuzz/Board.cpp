@@ -2,13 +2,14 @@
 
 #include "Promise.h"
 
-#include <cstdlib>
+#include <cerrno>
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -16,7 +17,10 @@ constexpr int patienceMs = 5000;
 
 void waitForBytes(int fd) {
     pollfd line = {fd, POLLIN, 0};
-    promise(::poll(&line, 1, patienceMs) == 1, "set-up: the pseudo-terminal hands on what was written");
+    int ready = ::poll(&line, 1, patienceMs);
+    while (ready < 0 && errno == EINTR) // the fuzzing library's own clock
+        ready = ::poll(&line, 1, patienceMs);
+    promise(ready == 1, "set-up: the pseudo-terminal hands on what was written");
 }
 
 int bytesWaiting(int fd) {
