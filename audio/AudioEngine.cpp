@@ -37,7 +37,7 @@ AudioEngine::AudioEngine(QString warningToneFile, QObject *parent, EpochClock cl
     : QObject(parent),
       m_clock(std::move(clock)),
       m_warningToneFile(std::move(warningToneFile)) {
-    prepareTimer(m_outputTimer, "output", 20ms, false, &AudioEngine::onOutputBufferTimer);
+    prepareTimer(m_outputTimer, "output", 20ms, false, &AudioEngine::onOutputTimeout);
     prepareTimer(m_capturePoll, "capturePoll", 10ms, false, &AudioEngine::onInputReadyRead);
     prepareTimer(m_reopenTimer, "reopen", 100ms, true, &AudioEngine::reopenAfterQualityChange);
     prepareTimer(m_retryTimer, "retry", 3000ms, true, &AudioEngine::retryPlayback);
@@ -113,6 +113,7 @@ bool AudioEngine::openPlayback() {
         return false;
     }
     m_outputTimer.start(m_frameMs);
+    m_outputTicks.start(m_clock(), m_frameMs);
     return true;
 }
 
@@ -376,6 +377,14 @@ void AudioEngine::playPcm(const QByteArray &samples, int channels) {
 }
 
 // Playback feed
+
+/// The device takes a chunk per frame duration whatever becomes of the ticks: each that is left out would bring it a
+/// chunk nearer to running empty.
+void AudioEngine::onOutputTimeout() {
+    for (int due = m_outputTicks.take(m_clock()); due > 0 && m_outputTimer.isActive(); --due) {
+        onOutputBufferTimer();
+    }
+}
 
 void AudioEngine::onOutputBufferTimer() {
     m_inputLevel = std::max(m_inputLevel - meterFallPerTick, 0);

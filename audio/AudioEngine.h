@@ -2,6 +2,7 @@
 
 #include "audio/AutomaticGain.h"
 #include "audio/CapturePcm.h"
+#include "audio/DueTicks.h"
 #include "audio/FrameCipher.h"
 #include "audio/OpusCodec.h"
 #include "audio/PlaybackFeed.h"
@@ -124,6 +125,7 @@ private:
     void closeCapture();
     void reopenAfterQualityChange();
     void retryPlayback();
+    void onOutputTimeout();
 
     void emitEncoded(std::span<const qint16> frame);
     void timeTalker(quint32 userId);
@@ -172,6 +174,7 @@ private:
 
     QTimer m_capturePoll{this};
     QTimer m_outputTimer{this};
+    DueTicks m_outputTicks;
     QTimer m_reopenTimer{this}; ///< runs from a quality change to the reopening
     bool m_reopenPlayback = false;
     bool m_reopenCapture = false;

@@ -1,6 +1,8 @@
 #include "Hearing.h"
 #include "Measured.h"
 
+#include <csignal>
+
 using namespace sim;
 
 namespace {
@@ -41,6 +43,7 @@ class TestSiteCardFaults : public QObject {
 private Q_SLOTS:
     void aFailingCardDelaysNoReleaseAndItsSoundComesBack_data();
     void aFailingCardDelaysNoReleaseAndItsSoundComesBack();
+    void aProcessorTakenAwayForMomentsCostsNoSound();
     void aCardThatComesBackAsAnotherIsTakenAsItIs_data();
     void aCardThatComesBackAsAnotherIsTakenAsItIs();
 
@@ -165,6 +168,47 @@ void TestSiteCardFaults::aFailingCardDelaysNoReleaseAndItsSoundComesBack() {
     talkBothWays(site, *member);
     measureReturnOfSound(site, *member);
     tellMeasured("from the end of the fault to sound both ways", secondsBetween(healedNs, monotonicNs()), "s");
+}
+
+/// For less than the card holds, again and again.
+void TestSiteCardFaults::aProcessorTakenAwayForMomentsCostsNoSound() {
+    TestSite site;
+    QVERIFY(site.bringUp());
+    const auto member = site.memberIn("Lobby"_s);
+    QVERIFY(member);
+    const auto process = pid_t(site.daemon().processId());
+    const auto stopForAMoment = [&] {
+        const std::int64_t fromNs = monotonicNs();
+        ::kill(process, SIGSTOP);
+        letPass(0.045);
+        ::kill(process, SIGCONT);
+        return secondsBetween(fromNs, monotonicNs());
+    };
+    int underruns = 0;
+    QString complaint;
+    for (int attempt = 1; attempt <= 4; ++attempt) {
+        talkBothWays(site, *member);
+        measureReturnOfSound(site, *member);
+        if (QTest::currentTestFailed())
+            return;
+        const int underrunsBefore = site.card().playbackXruns();
+        const std::int64_t fromNs = monotonicNs();
+        double longest = 0;
+        Pace pace(site.daemon());
+        for (int moment = 0; moment < 15; ++moment) {
+            longest = std::max(longest, stopForAMoment());
+            letPass(0.2);
+        }
+        const bool wasKept = pace.wasKept() && longest < 0.06;
+        underruns = site.card().playbackXruns() - underrunsBefore;
+        complaint = complaintAbout(site.card().played(fromNs, monotonicNs()), roomHertz, -10);
+        measureReleases(site, *member);
+        if (wasKept || QTest::currentTestFailed())
+            break;
+    }
+    tellMeasured("underruns by 15 stops of 45 ms", underruns, "");
+    QCOMPARE(underruns, 0);
+    QVERIFY2(complaint.isEmpty(), qPrintable(complaint));
 }
 
 void TestSiteCardFaults::aCardThatComesBackAsAnotherIsTakenAsItIs_data() {
