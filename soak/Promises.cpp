@@ -39,7 +39,8 @@ Promises::Promises(sim::Site &site, const Bystanders &members, LoopWatch &loop, 
       m_squelchChanged(now()),
       m_disturbed(now()),
       m_silenceEnded(now()),
-      m_tone{0, 0} {
+      m_tone{0, 0},
+      m_quality{0, 0} {
     connect(&site.daemon(), &sim::Daemon::logLine, this, &Promises::takeLog);
     connect(&site.daemon(), &sim::Daemon::ended, this, [this] { m_journal.broken(QStringLiteral("the daemon runs")); });
     connect(&site.board(), &sim::Board::pttChanged, this, &Promises::pttIs);
@@ -140,6 +141,7 @@ const Promises::LogReaction Promises::logReactions[] = {
     {"[UDP] Siap", &Promises::mediaAreReady},
     {"[UDP] UDP handshake failed!", &Promises::mediaHaveFailed},
     {"[TOT] Warning", &Promises::toneSounds},
+    {"[Audio] Quality change", &Promises::qualityChanges},
 };
 
 void Promises::takeLog(const sim::LogLine &line) {
@@ -195,6 +197,10 @@ void Promises::talkingIs(const QString &callsign, bool talking) {
     lookAtReason();
 }
 
+void Promises::qualityChanges() {
+    m_quality = now();
+}
+
 /// While the server is silent, and until the kernels have made up for it, the gateway cannot know better.
 bool Promises::hasReasonToKey() const {
     const QString room = m_site.server().roomOf(gateway());
@@ -241,16 +247,35 @@ void Promises::lookAtSquelch() {
     hold(m_notTalking, shouldTalk && !talks, transmitLimitMs, "an open squelch is transmitted into the room");
 }
 
+double Promises::stallLimitMs(HoldUp kind) {
+    switch (kind) {
+    case Unmeant:
+        return 200;
+    case Tone:
+        return toneMs;
+    case PlayingOut:
+        return 800; // a dozen of the longest frames
+    }
+    return 0;
+}
+
+Promises::HoldUp Promises::reasonOf(const LoopWatch::Stall &stall) const {
+    const auto isIn = [&](const Moment &moment, double ms) {
+        return double(stall.timeNs - moment.timeNs) / 1e6 < ms + stall.lateMs;
+    };
+    constexpr double nextRewriteMs = 400;
+    return isIn(m_tone, toneMs) ? Tone : isIn(m_quality, nextRewriteMs) ? PlayingOut : Unmeant;
+}
+
 void Promises::lookAtLoop() {
+    static const QString names[] = {QStringLiteral("stall"), QStringLiteral("stall (warning tone)"),
+                                    QStringLiteral("stall (played out before a change of quality)")};
     for (const LoopWatch::Stall &stall : m_loop.takeStalls()) {
-        const bool sounds = double(stall.timeNs - m_tone.timeNs) / 1e6 < toneMs;
-        m_journal.event(sounds ? QStringLiteral("stall (warning tone)") : QStringLiteral("stall"),
-                        QStringLiteral("%1 ms, own %2 ms").arg(stall.lateMs).arg(stall.ownMs));
-        if (sounds)
-            continue;
-        m_longestStallMs = std::max(m_longestStallMs, stall.lateMs);
-        m_longestOwnStallMs = std::max(m_longestOwnStallMs, stall.ownMs);
-        if (stall.ownMs > stallLimitMs())
+        const HoldUp reason = reasonOf(stall);
+        m_journal.event(names[reason], QStringLiteral("%1 ms, own %2 ms").arg(stall.lateMs).arg(stall.ownMs));
+        Delay &longest = m_longestStall[reason];
+        longest = {std::max(longest.ms, stall.lateMs), std::max(longest.ownMs, stall.ownMs)};
+        if (stall.ownMs > stallLimitMs(reason))
             m_journal.broken(QStringLiteral("the loop is not held up"));
     }
 }

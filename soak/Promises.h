@@ -42,10 +42,12 @@ public:
     };
     const std::vector<Delay> &delays(Measure measure) const { return m_delays[measure]; }
     static double limitMs(Measure measure);
-    static double stallLimitMs() { return 300; }
 
-    double longestStallMs() const { return m_longestStallMs; }
-    double longestOwnStallMs() const { return m_longestOwnStallMs; }
+    /// A loop that is held up: on purpose, while the warning tone is written or what is in the card is played out
+    /// before a change of quality; or not.
+    enum HoldUp { Unmeant, Tone, PlayingOut };
+    static double stallLimitMs(HoldUp kind);
+    const Delay &longestStall(HoldUp kind) const { return m_longestStall[kind]; }
 
 private:
     struct Moment {
@@ -71,9 +73,11 @@ private:
     void mediaAreReady();
     void mediaHaveFailed();
     void toneSounds();
+    void qualityChanges();
     void pttIs(bool keyed);
     void talkingIs(const QString &callsign, bool talking);
     bool hasReasonToKey() const;
+    HoldUp reasonOf(const LoopWatch::Stall &stall) const;
     void lookAtReason();
     void lookAtSession();
     void lookAtSquelch();
@@ -87,7 +91,7 @@ private:
     bool m_linkUp = true, m_mediaReady = true, m_heardSinceSilence = true;
     bool m_boardResetting = false;
     bool m_sawSilence = false; ///< since the session was up
-    Moment m_squelchChanged, m_disturbed, m_silenceEnded, m_tone;
+    Moment m_squelchChanged, m_disturbed, m_silenceEnded, m_tone, m_quality;
     Watch m_noReason;   ///< to be keyed
     Watch m_isAway;     ///< though nothing keeps it
     Watch m_keyedMuted; ///< with the speaker muted
@@ -95,5 +99,5 @@ private:
     Watch m_stuckTalking, m_notTalking, m_deafLink;
     bool m_wasUp = true;
     std::vector<Delay> m_delays[BackFromSilence + 1];
-    double m_longestStallMs = 0.0, m_longestOwnStallMs = 0.0;
+    Delay m_longestStall[PlayingOut + 1];
 };

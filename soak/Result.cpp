@@ -96,10 +96,19 @@ void Result::printCounts() {
 
 void Result::printLoop() {
     row(QStringLiteral("looks at the loop"), QString::number(m_scene.loop().rewrites()));
-    row(QStringLiteral("longest stall of the loop, ms"), number(m_scene.promises().longestStallMs()));
-    const double own = m_scene.promises().longestOwnStallMs();
-    row(QStringLiteral("of which not the machine's, at the most, ms"), number(own), number(Promises::stallLimitMs()),
-        own <= Promises::stallLimitMs());
+    const struct {
+        const char *name;
+        Promises::HoldUp reason;
+    } kinds[] = {{"longest stall of the loop", Promises::Unmeant},
+                 {"longest stall while the warning tone is written", Promises::Tone},
+                 {"longest stall while the card plays out before a change of quality", Promises::PlayingOut}};
+    for (const auto &kind : kinds) {
+        const Promises::Delay longest = m_scene.promises().longestStall(kind.reason);
+        const double limit = Promises::stallLimitMs(kind.reason);
+        row(QLatin1String(kind.name) + QStringLiteral(", ms: in all, without the machine's part"),
+            number(longest.ms) + QStringLiteral(", ") + number(longest.ownMs), number(limit, 0),
+            longest.ownMs <= limit);
+    }
 }
 
 void Result::printCard() {
