@@ -34,6 +34,9 @@ void ControlLink::send(const QByteArray &bytes) {
         m_held += bytes;
         return;
     }
+    if (!m_socket->isOpen()) {
+        return; // the client has gone a moment ago
+    }
     m_socket->write(bytes);
     m_socket->flush();
 }

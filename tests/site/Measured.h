@@ -54,6 +54,7 @@ inline void letPass(double seconds) {
 #ifdef __SANITIZE_ADDRESS__
 #define VERIFY_CHEAP(expense) VERIFY_BETWEEN((expense).load(), 0.0001, 0.5)
 #define VERIFY_NO_PEAK(expense) Q_UNUSED(expense)
+#define VERIFY_MEMORY(expense, most) Q_UNUSED(expense)
 #else
 #define VERIFY_CHEAP(expense)                                                                                          \
     do {                                                                                                               \
@@ -62,6 +63,8 @@ inline void letPass(double seconds) {
     } while (false)
 /// Not for a moment either.
 #define VERIFY_NO_PEAK(expense) VERIFY_BETWEEN((expense).peakMegabytes(), 0, 12)
+/// At most so many kB more than before.
+#define VERIFY_MEMORY(expense, most) VERIFY_BETWEEN((expense).kilobytes(), -65536, most)
 #endif
 
 /// That both transmissions begin and end as ever, whatever is wrong elsewhere, and that the control link has stayed up.

@@ -36,8 +36,7 @@ void TestSiteServerGone::aPeerGoneWhileTheLinkIdlesIsNoticedAndTheRadioReleased(
     tellMeasured("transmitter released", secondsBetween(goneNs, site.board().keyings().back().timeNs),
                  "s after the last that was heard of the server");
     expense.tell("peer silently gone");
-    VERIFY_BETWEEN(expense.kilobytes(), -4096, 512);
-    VERIFY_BETWEEN(expense.load(), 0.001, 0.1);
+    VERIFY_CHEAP(expense);
     QVERIFY(site.waitForLine("info"_s, "[TX] \"EF2GH\" RX"_s, 2000));
     QVERIFY(site.waitForStatus("connected", false, 1000));
 

@@ -42,8 +42,7 @@ void TestSiteServerName::aNameThatDoesNotResolveIsTriedUntilItDoes() {
     const Expense expense(site);
     QVERIFY(Site::waitFor([&] { return site.daemon().logged("\"Host not found\""_s).size() >= 2; }, 20000));
     expense.tell("a name that does not resolve");
-    VERIFY_BETWEEN(expense.kilobytes(), -4096, 512);
-    VERIFY_BETWEEN(expense.load(), 0.001, 0.2);
+    VERIFY_CHEAP(expense);
     const QList<LogLine> log = site.daemon().log();
     std::vector<std::int64_t> attempts, failures;
     for (const LogLine &line : log) {
