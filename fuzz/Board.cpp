@@ -2,6 +2,8 @@
 
 #include "Promise.h"
 
+#include <QFile>
+
 #include <cerrno>
 #include <fcntl.h>
 #include <poll.h>
@@ -10,6 +12,7 @@
 #include <termios.h>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -31,8 +34,19 @@ int bytesWaiting(int fd) {
 
 } // namespace
 
+/// Whoever has another set of pseudo-terminals, as in a container, may lock the same name.
 Board::Board() {
+    constexpr int mostAttempts = 16;
+    std::vector<std::pair<int, int>> passedOver;
     open();
+    for (int attempt = 1; isLockedElsewhere() && attempt < mostAttempts; ++attempt) {
+        passedOver.emplace_back(m_master, m_slave);
+        open();
+    }
+    for (const auto &[master, slave] : passedOver) {
+        (void)::close(master); // nothing was written
+        (void)::close(slave);
+    }
 }
 
 Board::~Board() {
@@ -45,6 +59,11 @@ void Board::open() {
     char name[64] = {};
     promise(::openpty(&m_master, &m_slave, name, &raw, nullptr) == 0, "set-up: pseudo-terminal");
     m_portName = QString::fromLocal8Bit(name);
+}
+
+bool Board::isLockedElsewhere() const {
+    const QString number = m_portName.section(QLatin1Char('/'), -1);
+    return QFile::exists(QStringLiteral("/var/lock/LCK..") + number);
 }
 
 void Board::close() {

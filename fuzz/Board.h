@@ -25,6 +25,7 @@ public:
 private:
     void open();
     void close();
+    bool isLockedElsewhere() const;
 
     int m_master = -1;
     int m_slave = -1; ///< kept open, so that the line does not hang up between two openings of the port

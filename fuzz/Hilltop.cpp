@@ -91,7 +91,9 @@ Hilltop::Hilltop(std::uint8_t cutting)
     m_appliance.emplace(
         m_paths, [](const QString &) { return false; }, SessionDelays(), periods);
     m_appliance->start();
-    pass(500ms);
+    m_time.pass(500ms);
+    m_server.awaitConnection();
+    pass(0ms);
     promise(m_server.isConnected(), "the gateway connects");
 }
 
@@ -118,12 +120,12 @@ void Hilltop::play(const Step &step) {
         say(step.bytes);
         break;
     case 'e':
-        m_server.hangUp();
+        makeServer(&Server::hangUp);
         pass(5000ms);
         say(step.bytes);
         break;
     case 'r':
-        m_server.reset();
+        makeServer(&Server::reset);
         pass(5000ms);
         say(step.bytes);
         break;
@@ -158,8 +160,7 @@ void Hilltop::play(const Step &step) {
 }
 
 void Hilltop::finish() {
-    m_server.reset();
-    m_time.settle();
+    makeServer(&Server::reset);
     checkStatus();
     promise(!m_board.isKeyed(), "the transmitter is released when the link is lost");
     m_appliance.reset();
@@ -171,10 +172,20 @@ void Hilltop::say(const QByteArray &bytes) {
     for (int said = 0; said < bytes.size();) {
         const int size = m_pieces.next(bytes.size() - said);
         m_server.say({bytes.constData() + said, static_cast<std::size_t>(size)});
+        if (m_server.isHeard())
+            m_time.awaitInput();
         m_time.settle();
         said += size;
     }
     m_server.accept();
+}
+
+void Hilltop::makeServer(void (Server::*action)()) {
+    const bool isHeard = m_server.isHeard();
+    (m_server.*action)();
+    if (isHeard)
+        m_time.awaitInput();
+    m_time.settle();
 }
 
 /// In pieces that the line takes without waiting for a reader.

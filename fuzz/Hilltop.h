@@ -41,6 +41,7 @@ private:
 
     void writeConfig();
     void say(const QByteArray &bytes);
+    void makeServer(void (Server::*action)());
     void boardSays(const QByteArray &bytes);
     void dropCommand(const QByteArray &json);
     void dropTrigger(const QByteArray &json);

@@ -3,8 +3,10 @@
 #include "Loopback.h"
 #include "Promise.h"
 
+#include <cerrno>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
@@ -36,6 +38,19 @@ Server::Server()
 Server::~Server() {
     closeLink();
     (void)::close(m_listener); // nothing was written that matters
+}
+
+void Server::awaitConnection() const {
+    constexpr int patienceMs = 5000;
+    pollfd listener = {m_listener, POLLIN, 0};
+    while (::poll(&listener, 1, patienceMs) < 0 && errno == EINTR) {
+        // The fuzzing library's own clock: waited on.
+    }
+}
+
+bool Server::isHeard() const {
+    pollfd link = {m_link, POLLRDHUP, 0};
+    return isConnected() && ::poll(&link, 1, 0) == 0;
 }
 
 void Server::accept() {

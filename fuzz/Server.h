@@ -18,9 +18,13 @@ public:
     static QString address() { return Datagrams::address(0); }
     quint16 port() const { return m_port; }
 
+    /// Waits, in real time, for a connection.
+    void awaitConnection() const;
     /// Takes the connection that waits, if one does.
     void accept();
     bool isConnected() const { return m_link >= 0; }
+    /// Whether there is somebody at the other end.
+    bool isHeard() const;
     void say(std::string_view bytes);
     /// Ends the connection in order, or at once as a server that has crashed.
     void hangUp();

@@ -3,7 +3,9 @@
 #include "Promise.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 // The disk is not what is tried here: nothing waits for it. The program's own definitions come before the library's.
@@ -20,6 +22,12 @@ qint64 loggedLines = 0;
 
 void swallow(QtMsgType type, const QMessageLogContext &context, const QString &text) {
     loggedLines += !qFormatLogMessage(type, context, text).toUtf8().isEmpty();
+}
+
+/// A bare root may lack it; then the fuzzers are only slower.
+QString placeInMemory() {
+    const QString memory = QStringLiteral("/dev/shm");
+    return QFileInfo(memory).isWritable() ? memory : QDir::tempPath();
 }
 
 /// Real cards of the machine stay out of it.
@@ -43,7 +51,7 @@ Surroundings::Surroundings() : m_time(new VirtualTime) {
     QCoreApplication::setEventDispatcher(m_time);
     static const QCoreApplication application(argc, argv);
     qInstallMessageHandler(swallow);
-    static const QTemporaryDir folder(QStringLiteral("/dev/shm/kivo-fuzz-XXXXXX"));
+    static const QTemporaryDir folder(placeInMemory() + QStringLiteral("/kivo-fuzz-XXXXXX"));
     promise(folder.isValid(), "set-up: folder");
     m_folder = folder.path();
     forbidSoundCards(file("asound.conf"));

@@ -6,8 +6,8 @@
 #include <QSocketNotifier>
 
 #include <algorithm>
+#include <cerrno>
 #include <limits>
-#include <poll.h>
 
 void VirtualTime::settle() {
     constexpr int mostRounds = 100000;
@@ -15,6 +15,17 @@ void VirtualTime::settle() {
     while (processEvents(QEventLoop::AllEvents))
         promise(++rounds < mostRounds, "the event loop comes to rest");
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
+void VirtualTime::awaitInput() const {
+    constexpr int patienceMs = 500;
+    std::vector<pollfd> listening = sockets();
+    std::erase_if(listening, [](const pollfd &socket) { return socket.events != POLLIN; });
+    if (listening.empty())
+        return;
+    while (::poll(listening.data(), listening.size(), patienceMs) < 0 && errno == EINTR) {
+        // The fuzzing library's own clock: waited on.
+    }
 }
 
 void VirtualTime::pass(ms span) {
@@ -71,19 +82,24 @@ int VirtualTime::remainingTime(int id) {
     return timer == m_timers.end() ? -1 : static_cast<int>(std::max<qint64>(timer->second.dueMs - m_nowMs, 0));
 }
 
-bool VirtualTime::serveSockets() {
+std::vector<pollfd> VirtualTime::sockets() const {
     std::vector<pollfd> sockets;
     for (const QSocketNotifier *notifier : m_notifiers) {
         const bool reads = notifier->type() == QSocketNotifier::Read;
         sockets.push_back({static_cast<int>(notifier->socket()), static_cast<short>(reads ? POLLIN : POLLOUT), 0});
     }
-    if (::poll(sockets.data(), sockets.size(), 0) <= 0)
+    return sockets;
+}
+
+bool VirtualTime::serveSockets() {
+    std::vector<pollfd> polled = sockets();
+    if (::poll(polled.data(), polled.size(), 0) <= 0)
         return false;
     const std::vector<QSocketNotifier *> notifiers = m_notifiers;
-    for (std::size_t i = 0; i < sockets.size(); ++i) {
+    for (std::size_t i = 0; i < polled.size(); ++i) {
         // Serving one may have taken another away.
         const bool isThere = std::find(m_notifiers.begin(), m_notifiers.end(), notifiers[i]) != m_notifiers.end();
-        if (sockets[i].revents != 0 && isThere) {
+        if (polled[i].revents != 0 && isThere) {
             QEvent ready(QEvent::SockAct);
             QCoreApplication::sendEvent(notifiers[i], &ready);
         }

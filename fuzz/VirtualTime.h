@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <map>
+#include <poll.h>
 #include <vector>
 
 /// The event loop of a fuzzer: sockets are served as ever, but timers go by a time that passes only when told to. Half
@@ -16,6 +17,9 @@ public:
     qint64 nowMs() const { return m_nowMs; }
     /// Lets happen what is due, until nothing is left to do. A loop that does not come to rest is a finding.
     void settle();
+    /// Waits, in real time, until there is something to be read: what has been sent is handed on a moment later where
+    /// the machine is busy. Does nothing where nobody listens.
+    void awaitInput() const;
     /// Lets time pass, everything happening at its moment.
     void pass(ms span);
 
@@ -40,6 +44,7 @@ private:
         qint64 dueMs;
     };
 
+    std::vector<pollfd> sockets() const;
     bool serveSockets();
     bool fireTimers();
     qint64 nextDueMs() const;

@@ -47,8 +47,7 @@ public:
             fromStranger(step.bytes);
             break;
         case 'a':
-            m_sentFrame = step.bytes;
-            m_link.sendAudio(step.bytes);
+            sendFrame(step.bytes);
             break;
         case 'e':
             enable();
@@ -83,10 +82,18 @@ private:
         m_link.setUserId(m_userId);
     }
 
+    void sendFrame(const QByteArray &frame) {
+        QByteArray datagram(4, '\0');
+        qToBigEndian<qint32>(m_userId, datagram.data());
+        m_framesSent.append(datagram + frame);
+        m_link.sendAudio(frame);
+    }
+
     void fromServer(const QByteArray &datagram) {
         m_wasReady = m_link.isReady();
         m_heard = &datagram;
         m_server.send(datagram, m_server.peerPort());
+        m_time.awaitInput();
         m_time.settle();
         m_heard = nullptr;
         promise(m_link.isReady() || !m_wasReady, "no datagram takes the link down");
@@ -98,6 +105,7 @@ private:
         const qint64 received = m_link.framesReceived();
         const qint64 sent = m_link.datagramsSent();
         m_stranger.send(datagram, m_server.peerPort());
+        m_time.awaitInput();
         m_time.settle();
         promise(m_link.isReady() == wasReady && m_link.framesReceived() == received && m_link.datagramsSent() == sent,
                 "a stranger's datagram does nothing");
@@ -112,18 +120,14 @@ private:
 
     void checkSent() {
         for (const QByteArray &datagram : m_server.heard())
-            promise(isText(datagram) || isFrame(datagram), "the link sends its texts and its frames only");
+            promise(isText(datagram) || m_framesSent.contains(datagram),
+                    "the link sends its texts and its frames only");
         promise(m_stranger.heard().isEmpty(), "a stranger is told nothing");
     }
 
     static bool isText(const QByteArray &datagram) {
         return datagram == "PING" || datagram == "KEEPALIVE" || datagram == "TOKEN:token" ||
                datagram.startsWith("TOKEN:token:");
-    }
-
-    bool isFrame(const QByteArray &datagram) const {
-        return datagram.size() > 4 && datagram.mid(4) == m_sentFrame &&
-               qFromBigEndian<qint32>(datagram.constData()) == m_userId;
     }
 
     VirtualTime &m_time = Surroundings::instance().time();
@@ -134,7 +138,7 @@ private:
     int m_userId = 0;
     bool m_wasReady = false;
     const QByteArray *m_heard = nullptr; ///< the server's datagram on its way
-    QByteArray m_sentFrame;
+    QList<QByteArray> m_framesSent;      ///< as datagrams
 };
 
 } // namespace
