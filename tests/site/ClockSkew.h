@@ -115,9 +115,11 @@ public:
         letPass(seconds);
         const bool wasCalm = std::exchange(m_isCalm, pace.wasKept());
         const bool counts = wasCalm && m_isCalm;
+        const std::int64_t listenNs = sim::monotonicNs();
         listenOnAir(counts);
         const int frames = listenInRoom(counts);
         feedOn();
+        m_isCalm = m_isCalm && secondsBetween(listenNs, sim::monotonicNs()) < 0.15; // a standstill meanwhile
         const int underruns = m_site.card().playbackXruns() - underrunsBefore;
         (counts ? m_underruns : m_disturbedXruns) += underruns;
         (counts ? m_overruns : m_disturbedXruns) += m_site.card().captureXruns() - overrunsBefore;
