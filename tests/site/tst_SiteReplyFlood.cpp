@@ -53,14 +53,14 @@ void TestSiteReplyFlood::theRadioIsReleasedBehindAFlood_data() {
     QTest::addColumn<int>("keyings");    // of the radio, the last one its release
     constexpr int count = 100'000;
     // The list is written to a file each time.
-    QTest::newRow("100,000 lists of a talk that goes on") << listWith("TX").repeated(count) << 20.0 << 8192 << 2;
+    QTest::newRow("100,000 lists of a talk that goes on") << listWith("TX").repeated(count) << 60.0 << 8192 << 2;
     QTest::newRow("10,000 lists of a talk that comes and goes")
         << (listWith("TX") + listWith("RX")).repeated(count / 20) << 5.0 << 8192 << count / 10;
-    QTest::newRow("100,000 unknown replies") << QByteArray("NOISE|1|2\r\n").repeated(count) << 3.0 << 8192 << 2;
-    QTest::newRow("100,000 refusals") << QByteArray("LOGIN_FAILED|sibuk\r\n").repeated(count) << 3.0 << 8192 << 2;
-    QTest::newRow("100,000 empty audio blocks") << QByteArray("AUDIO 7 0\r\n").repeated(count) << 2.0 << 8192 << 2;
-    QTest::newRow("a line of 10 MB") << QByteArray(10 * mebibyte, 'x') + "\r\n" << 2.0 << 64 * 1024 << 2;
-    QTest::newRow("audio of 10 MB") << QByteArray("AUDIO 7 10485760\r\n") + QByteArray(10 * mebibyte, 'x') << 2.0
+    QTest::newRow("100,000 unknown replies") << QByteArray("NOISE|1|2\r\n").repeated(count) << 6.0 << 8192 << 2;
+    QTest::newRow("100,000 refusals") << QByteArray("LOGIN_FAILED|sibuk\r\n").repeated(count) << 6.0 << 8192 << 2;
+    QTest::newRow("100,000 empty audio blocks") << QByteArray("AUDIO 7 0\r\n").repeated(count) << 4.0 << 8192 << 2;
+    QTest::newRow("a line of 10 MB") << QByteArray(10 * mebibyte, 'x') + "\r\n" << 4.0 << 64 * 1024 << 2;
+    QTest::newRow("audio of 10 MB") << QByteArray("AUDIO 7 10485760\r\n") + QByteArray(10 * mebibyte, 'x') << 4.0
                                     << 64 * 1024 << 2;
 }
 
