@@ -34,7 +34,8 @@ int bytesWaiting(int fd) {
 
 } // namespace
 
-/// Whoever has another set of pseudo-terminals, as in a container, may lock the same name.
+/// Another may still hold the lock of the name: a process that has just given the pseudo-terminal back, or one with a
+/// set of pseudo-terminals of its own, as in a container.
 Board::Board() {
     constexpr int mostAttempts = 16;
     std::vector<std::pair<int, int>> passedOver;
@@ -62,8 +63,8 @@ void Board::open() {
 }
 
 bool Board::isLockedElsewhere() const {
-    const QString number = m_portName.section(QLatin1Char('/'), -1);
-    return QFile::exists(QStringLiteral("/var/lock/LCK..") + number);
+    const QString name = m_portName.mid(static_cast<int>(qstrlen("/dev/"))).replace(QLatin1Char('/'), QLatin1Char('_'));
+    return QFile::exists(QStringLiteral("/var/lock/LCK..") + name);
 }
 
 void Board::close() {

@@ -1,13 +1,9 @@
 #pragma once
 
-#include <cstdio>
-#include <cstdlib>
+#include <QByteArray>
 
-/// Ends the fuzzer with a finding unless the promise holds.
-inline void promise(bool holds, const char *what) {
-    if (holds)
-        return;
-    // Standard error is the fuzzer's own log; there is nobody else to tell.
-    (void)std::fprintf(stderr, "BROKEN PROMISE: %s\n", what);
-    std::abort();
-}
+/// Ends the fuzzer with a finding, told together with what was logged last, unless the promise holds.
+void promise(bool holds, const char *what);
+
+/// Keeps a line of the log for that.
+void keepLogLine(const QByteArray &line);

@@ -18,10 +18,8 @@ extern "C" int fdatasync(int) {
 
 namespace {
 
-qint64 loggedLines = 0;
-
-void swallow(QtMsgType type, const QMessageLogContext &context, const QString &text) {
-    loggedLines += !qFormatLogMessage(type, context, text).toUtf8().isEmpty();
+void keep(QtMsgType type, const QMessageLogContext &context, const QString &text) {
+    keepLogLine(qFormatLogMessage(type, context, text).toUtf8());
 }
 
 /// A bare root may lack it; then the fuzzers are only slower.
@@ -50,13 +48,9 @@ Surroundings::Surroundings() : m_time(new VirtualTime) {
     static char *argv[] = {name, nullptr};
     QCoreApplication::setEventDispatcher(m_time);
     static const QCoreApplication application(argc, argv);
-    qInstallMessageHandler(swallow);
+    qInstallMessageHandler(keep);
     static const QTemporaryDir folder(placeInMemory() + QStringLiteral("/kivo-fuzz-XXXXXX"));
     promise(folder.isValid(), "set-up: folder");
     m_folder = folder.path();
     forbidSoundCards(file("asound.conf"));
-}
-
-qint64 Surroundings::linesLogged() const {
-    return loggedLines;
 }
