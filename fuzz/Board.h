@@ -11,7 +11,8 @@ public:
     Board(const Board &) = delete;
     Board &operator=(const Board &) = delete;
 
-    QString portName() const { return m_portName; }
+    /// Nobody's, once it has vanished: its own name may by then be another process's.
+    QString portName() const { return isThere() ? m_portName : QStringLiteral("/dev/nobody"); }
     bool isThere() const { return m_master >= 0; }
     /// Says it, and returns when the other side can read it.
     void say(const QByteArray &bytes);
