@@ -71,6 +71,7 @@ Figures figuresOf(qint64 processId) {
     return figures;
 }
 
-std::int64_t waitedNs(qint64 processId) {
-    return contentOf(inProc(processId, QStringLiteral("schedstat"))).split(' ').value(1).toLongLong();
+Schedule scheduleOf(qint64 processId) {
+    const QList<QByteArray> sums = contentOf(inProc(processId, QStringLiteral("schedstat"))).split(' ');
+    return {sums.value(0).toLongLong(), sums.value(1).toLongLong()};
 }

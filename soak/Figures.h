@@ -16,5 +16,9 @@ struct Figures {
 };
 Figures figuresOf(qint64 processId);
 
-/// How long its main thread was ready to run but had no processor, so far.
-std::int64_t waitedNs(qint64 processId);
+/// What the kernel counts of a process's main thread, so far.
+struct Schedule {
+    std::int64_t ranNs = 0;
+    std::int64_t waitedNs = 0; ///< ready to run, but without a processor; counted when it gets one
+};
+Schedule scheduleOf(qint64 processId);

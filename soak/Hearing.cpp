@@ -56,9 +56,9 @@ Duplex talkBothWays(Scene &scene, int seconds) {
         RoomMember *member = scene.members().ready(0);
         if (!member)
             return {};
-        const std::int64_t machineNs = scene.loop().machineNs();
+        const std::int64_t machineNs = scene.loop().now().machineNs;
         duplex = attempt(scene, *member, seconds);
-        duplex.machineKeptPace = scene.loop().machineNs() - machineNs < paceNs;
+        duplex.machineKeptPace = scene.loop().now().machineNs - machineNs < paceNs;
     }
     return duplex;
 }

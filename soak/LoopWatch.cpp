@@ -34,7 +34,8 @@ bool hasEvents(int events) {
 LoopWatch::LoopWatch(const QByteArray &file, qint64 processId)
     : m_processId(processId),
       m_events(watchOf(file)),
-      m_waitedNs(waitedNs(processId)),
+      m_lastSeen(now()),
+      m_ranNs(scheduleOf(processId).ranNs),
       m_thread([this] { run(); }) {}
 
 LoopWatch::~LoopWatch() {
@@ -43,35 +44,42 @@ LoopWatch::~LoopWatch() {
     close(m_events); // nothing was written to it
 }
 
+LoopWatch::Moment LoopWatch::now() const {
+    return {sim::monotonicNs(), scheduleOf(m_processId).waitedNs + m_lateNs};
+}
+
+LoopWatch::Moment LoopWatch::lastSeen() const {
+    const std::lock_guard lock(m_mutex);
+    return m_lastSeen;
+}
+
 std::vector<LoopWatch::Stall> LoopWatch::takeStalls() {
     const std::lock_guard lock(m_mutex);
     return std::exchange(m_stalls, {});
 }
 
 void LoopWatch::run() {
-    const std::int64_t waitedAtBeginNs = m_waitedNs;
     for (std::int64_t lastNs = sim::monotonicNs(); !m_ends;) {
         pollfd watched = {m_events, POLLIN, 0};
         poll(&watched, 1, lookMs); // whatever it says: the clock and the events tell
         const std::int64_t nowNs = sim::monotonicNs();
         m_lateNs += std::max<std::int64_t>(nowNs - lastNs - 2 * lookNs, 0);
         lastNs = nowNs;
-        if (!hasEvents(m_events))
-            continue;
-        m_waitedNs = waitedNs(m_processId);
-        m_machineNs = m_waitedNs - waitedAtBeginNs + m_lateNs;
-        note(nowNs);
+        if (hasEvents(m_events))
+            note();
     }
 }
 
-void LoopWatch::note(std::int64_t nowNs) {
+void LoopWatch::note() {
     ++m_rewrites;
-    const std::int64_t lateNs = m_lastRewriteNs == 0 ? 0 : nowNs - m_lastRewriteNs - periodNs;
-    const std::int64_t ownNs = lateNs - (m_machineNs - m_machineAtRewriteNs);
-    if (lateNs > worthNotingNs) {
-        const std::lock_guard lock(m_mutex);
-        m_stalls.push_back({nowNs, double(lateNs) / 1e6, double(std::max<std::int64_t>(ownNs, 0)) / 1e6});
-    }
-    m_lastRewriteNs = nowNs;
-    m_machineAtRewriteNs = m_machineNs;
+    const Moment seen = now();
+    const std::int64_t ranNs = scheduleOf(m_processId).ranNs;
+    const std::lock_guard lock(m_mutex);
+    const std::int64_t lateNs = seen.timeNs - m_lastSeen.timeNs - periodNs;
+    const std::int64_t ownNs = lateNs - (seen.machineNs - m_lastSeen.machineNs);
+    if (lateNs > worthNotingNs)
+        m_stalls.push_back({seen.timeNs, double(lateNs) / 1e6, double(std::max<std::int64_t>(ownNs, 0)) / 1e6,
+                            double(ranNs - m_ranNs) / 1e6});
+    m_lastSeen = seen;
+    m_ranNs = ranNs;
 }

@@ -23,27 +23,31 @@ public:
         std::int64_t timeNs = 0; ///< CLOCK_MONOTONIC of its end
         double lateMs = 0.0;     ///< by which the rewrite came later than it should
         double ownMs = 0.0;      ///< of which the machine had no part in
+        double ranMs = 0.0;      ///< what the daemon was given of a processor meanwhile
     };
     /// Everything that was later than a tenth of a second, since the last call.
     std::vector<Stall> takeStalls();
-    /// How long the machine has kept the daemon or this thread waiting, so far.
-    std::int64_t machineNs() const { return m_machineNs; }
+    struct Moment {
+        std::int64_t timeNs = 0;    ///< CLOCK_MONOTONIC
+        std::int64_t machineNs = 0; ///< how long the machine had kept the daemon or this watch waiting by then
+    };
+    Moment now() const;
+    /// When the loop was last seen at work. What it has waited since then is not known yet.
+    Moment lastSeen() const;
     int rewrites() const { return m_rewrites; }
 
 private:
     void run();
-    void note(std::int64_t nowNs);
+    void note();
 
     const qint64 m_processId;
     int m_events = -1;
-    std::int64_t m_lastRewriteNs = 0;
-    std::int64_t m_waitedNs = 0;
-    std::int64_t m_lateNs = 0; ///< of this thread, so far
-    std::int64_t m_machineAtRewriteNs = 0;
-    std::atomic<std::int64_t> m_machineNs{0};
+    std::atomic<std::int64_t> m_lateNs{0}; ///< of this thread, so far
     std::atomic<int> m_rewrites{0};
     std::atomic<bool> m_ends{false};
-    std::mutex m_mutex;
+    mutable std::mutex m_mutex; ///< guards the next three
+    Moment m_lastSeen;
+    std::int64_t m_ranNs = 0; ///< by then
     std::vector<Stall> m_stalls;
     std::thread m_thread; ///< last: it uses all the others
 };

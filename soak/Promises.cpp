@@ -3,6 +3,7 @@
 #include "sim/MonotonicClock.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -107,28 +108,28 @@ bool Promises::isSessionUp() const {
 
 // What comes of it
 
-Promises::Moment Promises::now() const {
-    return {sim::monotonicNs(), m_loop.machineNs()};
+Promises::Delay Promises::between(const Moment &begin, const Moment &end) {
+    const double ms = double(end.timeNs - begin.timeNs) / 1e6;
+    return {ms, std::max(0.0, ms - double(end.machineNs - begin.machineNs) / 1e6)};
 }
 
 Promises::Delay Promises::since(const Moment &moment) const {
-    const Moment end = now();
-    const double ms = double(end.timeNs - moment.timeNs) / 1e6;
-    return {ms, std::max(0.0, ms - double(end.machineNs - moment.machineNs) / 1e6)};
+    return between(moment, now());
 }
 
 void Promises::measure(Measure measure, const Moment &from) {
     m_delays[measure].push_back(since(from));
 }
 
-/// Nothing may be so for longer than that; told once each time.
+/// Nothing may be so for longer than that; told once each time. By the time that the loop was last seen at work: until
+/// the daemon runs again, the kernel does not tell that it waits for a processor.
 void Promises::hold(Watch &watch, bool isSo, double limit, const char *promise) {
     constexpr Moment told = {-1, 0};
     if (!isSo) {
         watch.reset();
     } else if (!watch) {
         watch = now();
-    } else if (watch->timeNs != told.timeNs && since(*watch).ownMs > limit) {
+    } else if (watch->timeNs != told.timeNs && between(*watch, m_loop.lastSeen()).ownMs > limit) {
         m_journal.broken(QLatin1String(promise));
         watch = told;
     }
@@ -268,11 +269,17 @@ Promises::HoldUp Promises::reasonOf(const LoopWatch::Stall &stall) const {
 }
 
 void Promises::lookAtLoop() {
+    constexpr double hangingMs = 15000;
+    const bool hangs = since(m_loop.lastSeen()).ms > hangingMs;
+    if (hangs && !std::exchange(m_hangs, hangs))
+        m_journal.broken(QStringLiteral("the loop runs"));
     static const QString names[] = {QStringLiteral("stall"), QStringLiteral("stall (warning tone)"),
                                     QStringLiteral("stall (played out before a change of quality)")};
     for (const LoopWatch::Stall &stall : m_loop.takeStalls()) {
         const HoldUp reason = reasonOf(stall);
-        m_journal.event(names[reason], QStringLiteral("%1 ms, own %2 ms").arg(stall.lateMs).arg(stall.ownMs));
+        m_journal.event(
+            names[reason],
+            QStringLiteral("%1 ms, own %2 ms, ran %3 ms").arg(stall.lateMs).arg(stall.ownMs).arg(stall.ranMs));
         Delay &longest = m_longestStall[reason];
         longest = {std::max(longest.ms, stall.lateMs), std::max(longest.ownMs, stall.ownMs)};
         if (stall.ownMs > stallLimitMs(reason))

@@ -50,10 +50,7 @@ public:
     const Delay &longestStall(HoldUp kind) const { return m_longestStall[kind]; }
 
 private:
-    struct Moment {
-        std::int64_t timeNs;
-        std::int64_t machineNs;
-    };
+    using Moment = LoopWatch::Moment;
     using Watch = std::optional<Moment>; ///< since when something should not be; empty: it is not
     struct LogReaction {
         const char *beginning;
@@ -61,7 +58,8 @@ private:
     };
     static const LogReaction logReactions[];
 
-    Moment now() const;
+    Moment now() const { return m_loop.now(); }
+    static Delay between(const Moment &begin, const Moment &end);
     Delay since(const Moment &moment) const;
     void measure(Measure measure, const Moment &from);
     void hold(Watch &watch, bool isSo, double limit, const char *promise);
@@ -98,6 +96,7 @@ private:
     bool m_speakerMuted = false;
     Watch m_stuckTalking, m_notTalking, m_deafLink;
     bool m_wasUp = true;
+    bool m_hangs = false;
     std::vector<Delay> m_delays[BackFromSilence + 1];
     Delay m_longestStall[PlayingOut + 1];
 };
