@@ -54,7 +54,11 @@ inline void letPass(double seconds) {
 #ifdef __SANITIZE_ADDRESS__
 #define VERIFY_CHEAP(expense) VERIFY_BETWEEN((expense).load(), 0.0001, 0.5)
 #define VERIFY_NO_PEAK(expense) Q_UNUSED(expense)
-#define VERIFY_MEMORY(expense, most) Q_UNUSED(expense)
+#define VERIFY_MEMORY(expense, most)                                                                                   \
+    do {                                                                                                               \
+        Q_UNUSED(expense);                                                                                             \
+        Q_UNUSED(most);                                                                                                \
+    } while (false)
 #else
 #define VERIFY_CHEAP(expense)                                                                                          \
     do {                                                                                                               \
