@@ -74,9 +74,10 @@ private:
 /// What the command says; the test has failed when it fails.
 QString TestInstalledService::order(const QString &command, int timeoutMs) {
     const Machine::Answer answer = m_machine.run(command, timeoutMs);
-    if (answer.exitCode != 0)
+    if (answer.exitCode != 0) {
         QTest::qFail(qPrintable("%1: %2, %3"_s.arg(command).arg(answer.exitCode).arg(answer.output)), __FILE__,
                      __LINE__);
+    }
     return answer.output;
 }
 
@@ -230,7 +231,7 @@ void TestInstalledService::aStopEndsBothTransmissionsFirst() {
     report("stopped after", seconds(askedNs));
     QVERIFY(!m_site->board().isKeyed());
     report("transmitter released after", secondsBetween(askedNs, m_site->board().keyings().back().timeNs));
-    QVERIFY(m_site->sent("TX_STOP"_s).size() >= 1);
+    QVERIFY(!m_site->sent("TX_STOP"_s).isEmpty());
     // The daemon released it itself, before it was ended and the helper came.
     const QString journal = order("journalctl --no-pager -o cat --lines=40"_s);
     const int released = journal.lastIndexOf("[TX] Emergency TX_STOP"_s);
