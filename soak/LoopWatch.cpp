@@ -66,20 +66,20 @@ void LoopWatch::run() {
         m_lateNs += std::max<std::int64_t>(nowNs - lastNs - 2 * lookNs, 0);
         lastNs = nowNs;
         if (hasEvents(m_events))
-            note();
+            note(nowNs);
     }
 }
 
-void LoopWatch::note() {
+void LoopWatch::note(std::int64_t nowNs) {
     ++m_rewrites;
-    const Moment seen = now();
-    const std::int64_t ranNs = scheduleOf(m_processId).ranNs;
+    const Schedule schedule = scheduleOf(m_processId);
+    const Moment seen = {nowNs, schedule.waitedNs + m_lateNs};
     const std::lock_guard lock(m_mutex);
     const std::int64_t lateNs = seen.timeNs - m_lastSeen.timeNs - periodNs;
     const std::int64_t ownNs = lateNs - (seen.machineNs - m_lastSeen.machineNs);
     if (lateNs > worthNotingNs)
         m_stalls.push_back({seen.timeNs, double(lateNs) / 1e6, double(std::max<std::int64_t>(ownNs, 0)) / 1e6,
-                            double(ranNs - m_ranNs) / 1e6});
+                            double(schedule.ranNs - m_ranNs) / 1e6});
     m_lastSeen = seen;
-    m_ranNs = ranNs;
+    m_ranNs = schedule.ranNs;
 }

@@ -38,7 +38,7 @@ public:
 
 private:
     void run();
-    void note();
+    void note(std::int64_t nowNs);
 
     const qint64 m_processId;
     int m_events = -1;

@@ -251,7 +251,7 @@ void Promises::lookAtSquelch() {
 double Promises::stallLimitMs(HoldUp kind) {
     switch (kind) {
     case Unmeant:
-        return 200;
+        return 500; // of the host, too: what it takes from a processor of a virtual machine is told nowhere
     case Tone:
         return toneMs;
     case PlayingOut:

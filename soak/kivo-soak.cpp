@@ -19,7 +19,7 @@ using namespace sim;
 namespace {
 
 constexpr int mostStretches = 10;
-constexpr int sampleIntervalMs = 10000;
+constexpr int sampleIntervalMs = 30000; // the kernel holds the process's memory map for it
 
 struct Options {
     int minutes = 0;
