@@ -53,6 +53,7 @@ private Q_SLOTS:
     void reopensADeviceThatWasAwayAtTheReopening();
     void aChangeMeanwhileDoesNotWaitForTheNextAttempt();
     void mayEndBeforeTheReopening();
+    void bringsSamplesToAnotherRate();
     void survivesAbsurdQuality_data();
     void survivesAbsurdQuality();
     void triesAGivenUpPlaybackAgain();
@@ -368,6 +369,13 @@ void TestAudioEngine::aChangeMeanwhileDoesNotWaitForTheNextAttempt() {
     site.engine.changeQuality(16000, 24000, 5, 20);
     QCOMPARE(site.timer("reopen")->interval(), 100);
     QVERIFY(site.playbackReopens() && site.captureReopens());
+}
+
+void TestAudioEngine::bringsSamplesToAnotherRate() {
+    AudioEngine engine;
+    const QByteArray second(48000 * 2, '\0');
+    QCOMPARE(engine.resample(second, 48000, 16000), QByteArray(16000 * 2, '\0'));
+    QCOMPARE(engine.resample(second, 48000, 48000), second);
 }
 
 void TestAudioEngine::mayEndBeforeTheReopening() {

@@ -74,8 +74,8 @@ void TestSiteReplyFlood::theRadioIsReleasedBehindAFlood() {
     m_site->server().sendRaw(TestSite::gateway(), bytes);
     const std::int64_t endNs = monotonicNs();
     m_site->server().setTalking(TestSite::memberAccount().callsign, false);
-    QVERIFY(
-        Site::waitFor([&] { return int(board.keyings().size()) >= keyings && !board.isKeyed(); }, int(seconds * 1000)));
+    QVERIFY(Site::waitFor([&] { return int(board.keyings().size()) >= keyings && !board.isKeyed(); },
+                          slowness * int(seconds * 1000)));
     tellMeasured("transmitter released", secondsBetween(endNs, board.keyings().back().timeNs) * 1e3,
                  "ms after the flood was sent");
     QVERIFY(m_site->waitForLine("info"_s, "[TX] \"EF2GH\" RX"_s, 5000)); // the log is read to here
