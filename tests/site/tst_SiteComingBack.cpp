@@ -19,6 +19,8 @@ void TestSiteComingBack::afterAServerRestartTheGatewayIsBackInItsRoom() {
     QVERIFY(site.bringUp());
     site.server().move(site.gateway(), "Hilltop"_s);
     QVERIFY(site.waitForStatus("room", "Hilltop"_s));
+    QVERIFY(
+        site.waitForLine("info"_s, "[Room] Bergabung ke room: \"Hilltop\""_s, 2000)); // not to be taken for the next
     site.forgetSent();
     const std::int64_t stoppedNs = monotonicNs();
     site.server().stop();
