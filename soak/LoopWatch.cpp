@@ -15,7 +15,7 @@ namespace {
 constexpr std::int64_t periodNs = 200'000'000;
 constexpr std::int64_t worthNotingNs = 100'000'000;
 constexpr int lookMs = 5;
-constexpr std::int64_t lookNs = lookMs * 1'000'000;
+constexpr std::int64_t lookNs = 1'000'000LL * lookMs;
 
 int watchOf(const QByteArray &file) {
     const int events = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
@@ -77,9 +77,10 @@ void LoopWatch::note(std::int64_t nowNs) {
     const std::lock_guard lock(m_mutex);
     const std::int64_t lateNs = seen.timeNs - m_lastSeen.timeNs - periodNs;
     const std::int64_t ownNs = lateNs - (seen.machineNs - m_lastSeen.machineNs);
-    if (lateNs > worthNotingNs)
+    if (lateNs > worthNotingNs) {
         m_stalls.push_back({seen.timeNs, double(lateNs) / 1e6, double(std::max<std::int64_t>(ownNs, 0)) / 1e6,
                             double(schedule.ranNs - m_ranNs) / 1e6});
+    }
     m_lastSeen = seen;
     m_ranNs = schedule.ranNs;
 }

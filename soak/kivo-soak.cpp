@@ -39,8 +39,8 @@ Options optionsOf(const QCoreApplication &application) {
     parser.addPositionalArgument(QStringLiteral("minutes"), QStringLiteral("How long."));
     parser.process(application);
     bool isNumber = false;
-    const Options options = {parser.positionalArguments().value(0).toInt(), parser.value(seed).toUInt(&isNumber),
-                             parser.value(journal)};
+    Options options = {parser.positionalArguments().value(0).toInt(), parser.value(seed).toUInt(&isNumber),
+                       parser.value(journal)};
     if (options.minutes < 1 || !isNumber)
         parser.showHelp(2);
     return options;
