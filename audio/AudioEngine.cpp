@@ -17,8 +17,6 @@ namespace {
 constexpr int largestNonAudioPacket = 9;
 constexpr int meterFallPerTick = 5;
 constexpr int totWarningSeconds = 10;
-constexpr std::chrono::milliseconds reopenDelay = 100ms;
-constexpr std::chrono::milliseconds nextReopenDelay = 3000ms;
 
 std::span<const unsigned char> bytesOf(const QByteArray &array) {
     return {reinterpret_cast<const unsigned char *>(array.constData()), size_t(array.size())};
@@ -41,7 +39,7 @@ AudioEngine::AudioEngine(QString warningToneFile, QObject *parent, EpochClock cl
       m_warningToneFile(std::move(warningToneFile)) {
     prepareTimer(m_outputTimer, "output", 20ms, false, &AudioEngine::onOutputTimeout);
     prepareTimer(m_capturePoll, "capturePoll", 10ms, false, &AudioEngine::onInputReadyRead);
-    prepareTimer(m_reopenTimer, "reopen", reopenDelay, true, &AudioEngine::reopenAfterQualityChange);
+    prepareTimer(m_reopenTimer, "reopen", 100ms, true, &AudioEngine::reopenAfterQualityChange);
     prepareTimer(m_retryTimer, "retry", 3000ms, true, &AudioEngine::retryPlayback);
     prepareTimer(m_totTimer, "tot", 0ms, true, &AudioEngine::onTotExpired);
     prepareTimer(m_totWarningTimer, "totWarning", 0ms, true, &AudioEngine::onTotWarning);
@@ -187,17 +185,17 @@ void AudioEngine::changeQuality(int sampleRate, int bitrate, int complexity, int
     createEncoder();   // Without one, frames encode to nothing until the next change.
     rebuildDecoders(); // A stream that cannot be decoded is logged at its packets.
     m_playback.clear();
-    if (!m_reopenTimer.isActive() || m_reopenTimer.intervalAsDuration() > reopenDelay) {
-        m_reopenTimer.start(reopenDelay);
+    if (!m_reopenTimer.isActive()) {
+        m_reopenTimer.start();
     }
 }
 
-/// A device that happens to be away just then is not lost for good: nobody else would ever open it again.
 void AudioEngine::reopenAfterQualityChange() {
-    m_reopenPlayback = m_reopenPlayback && !openPlayback();
-    m_reopenCapture = m_reopenCapture && !openCapture();
-    if (m_reopenPlayback || m_reopenCapture) {
-        m_reopenTimer.start(nextReopenDelay);
+    if (std::exchange(m_reopenPlayback, false)) {
+        openPlayback();
+    }
+    if (std::exchange(m_reopenCapture, false)) {
+        openCapture();
     }
 }
 

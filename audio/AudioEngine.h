@@ -52,8 +52,7 @@ public:
     void stopPlayback();
     void stopCapture();
     /// Closes the devices, makes the codec anew by the server's numbers, whatever they are, and 100 ms later reopens
-    /// what was open; what cannot be reopened is tried again every 3 s. Numbers that no codec can run leave that
-    /// direction silent until the next change.
+    /// what was open. Numbers that no codec can run leave that direction silent until the next change.
     void changeQuality(int sampleRate, int bitrate, int complexity, int frameDurationMs);
 
     /// Percent, 0..200, 100 is unity. The caller clamps.
@@ -176,7 +175,7 @@ private:
     QTimer m_capturePoll{this};
     QTimer m_outputTimer{this};
     DueTicks m_outputTicks;
-    QTimer m_reopenTimer{this}; ///< runs from a quality change until everything is open again
+    QTimer m_reopenTimer{this}; ///< runs from a quality change to the reopening
     bool m_reopenPlayback = false;
     bool m_reopenCapture = false;
     QTimer m_retryTimer{this}; ///< runs after a failing playback was given up

@@ -50,8 +50,6 @@ private Q_SLOTS:
     void changesQuality();
     void reopensWhatWasOpenBeforeTwoChanges();
     void staysClosedWhenStoppedBeforeTheReopening();
-    void reopensADeviceThatWasAwayAtTheReopening();
-    void aChangeMeanwhileDoesNotWaitForTheNextAttempt();
     void mayEndBeforeTheReopening();
     void bringsSamplesToAnotherRate();
     void survivesAbsurdQuality_data();
@@ -336,39 +334,6 @@ void TestAudioEngine::staysClosedWhenStoppedBeforeTheReopening() {
     site.engine.stopCapture();
     QTRY_VERIFY(!site.timer("reopen")->isActive());
     QVERIFY(!site.card.isPlaybackOpen() && !site.card.isCaptureOpen());
-}
-
-void TestAudioEngine::reopensADeviceThatWasAwayAtTheReopening() {
-    EngineOnCard site;
-    QVERIFY(site.engine.openPlayback() && site.engine.openCapture());
-    site.engine.changeQuality(48000, 24000, 5, 20);
-    site.card.setPresent(false);
-    QTimer *reopen = site.timer("reopen");
-    LogCapture log;
-    for (int attempt = 1; attempt <= 2; ++attempt) {
-        QTRY_COMPARE(reopen->interval(), 3000);
-        QCOMPARE(log.take(), (QStringList{QStringLiteral("warning [Audio] Playback open: No such device"),
-                                          QStringLiteral("warning [Audio] Capture open: No such device")}));
-        QVERIFY(reopen->isActive() && reopen->isSingleShot());
-        reopen->start(0); // three seconds are over
-    }
-    QTRY_COMPARE(reopen->interval(), 3000);
-    site.card.setPresent(true);
-    reopen->start(0);
-    QVERIFY(site.playbackReopens() && site.captureReopens());
-    QTRY_VERIFY(!reopen->isActive());
-}
-
-void TestAudioEngine::aChangeMeanwhileDoesNotWaitForTheNextAttempt() {
-    EngineOnCard site;
-    QVERIFY(site.engine.openPlayback() && site.engine.openCapture());
-    site.engine.changeQuality(48000, 24000, 5, 20);
-    site.card.setPresent(false);
-    QTRY_COMPARE(site.timer("reopen")->interval(), 3000);
-    site.card.setPresent(true);
-    site.engine.changeQuality(16000, 24000, 5, 20);
-    QCOMPARE(site.timer("reopen")->interval(), 100);
-    QVERIFY(site.playbackReopens() && site.captureReopens());
 }
 
 void TestAudioEngine::bringsSamplesToAnotherRate() {

@@ -326,7 +326,7 @@ void TestAudioEngineOnAir::survivesTheCardBeingUnplugged() {
     site.engine.onTotWarning();
     site.engine.changeQuality(48000, 32000, 5, 20);
     QVERIFY2(timer.elapsed() < 1500, qPrintable(QString::number(timer.elapsed())));
-    QTRY_COMPARE(site.timer("reopen")->interval(), 3000); // until the next attempt
+    QTRY_VERIFY(!site.timer("reopen")->isActive());
     QCOMPARE(log.take().mid(5), QStringList({QStringLiteral("warning [Audio] Playback open: No such device"),
                                              QStringLiteral("warning [Audio] Capture open: No such device")}));
 }
