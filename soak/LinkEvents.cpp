@@ -130,7 +130,7 @@ Told senselessQuality(Scene &scene, QRandomGenerator &random) {
     const int ms = random.bounded(100, 3000);
     if (!scene.promises().isSessionUp() || !scene.isCardIn())
         return {};
-    scene.server().announceQuality(QStringLiteral("aneh"), values[0], values[1], values[2], values[3]);
+    scene.announceQuality(QStringLiteral("aneh"), values[0], values[1], values[2], values[3]);
     scene.later(ms, [&scene] {
         if (scene.isCardIn()) // else it comes with the card
             scene.announceNextQuality();

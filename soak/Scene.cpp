@@ -1,8 +1,11 @@
 #include "Scene.h"
 
+#include "sim/MonotonicClock.h"
+
 #include <chrono>
 #include <cmath>
 #include <iterator>
+#include <utility>
 
 using namespace sim;
 
@@ -89,6 +92,17 @@ void Scene::pullCard() {
     card().unplug();
 }
 
+void Scene::setCardRefusing(bool refusing) {
+    card().failPlaybackWrites(refusing);
+    if (std::exchange(m_refusing, refusing) && !refusing)
+        announceNextQuality();
+}
+
+bool Scene::isCardSettled() const {
+    constexpr std::int64_t changeNs = 3'000'000'000; // with the playing out, on a busy machine
+    return isCardIn() && isCardOpen() && monotonicNs() - m_qualityNs > changeNs;
+}
+
 /// A card that was pulled is opened again with the next change of quality.
 void Scene::plugCardIn() {
     if (m_cardIn)
@@ -137,8 +151,12 @@ void Scene::announceUsualQuality() {
 void Scene::announce(int quality) {
     m_quality = quality;
     const Quality &chosen = qualities[quality];
-    server().announceQuality(QLatin1String(chosen.preset), chosen.bitrate, chosen.rateHz, chosen.frameMs,
-                             chosen.complexity);
+    announceQuality(QLatin1String(chosen.preset), chosen.bitrate, chosen.rateHz, chosen.frameMs, chosen.complexity);
+}
+
+void Scene::announceQuality(const QString &preset, int bitrate, int rateHz, int frameMs, int complexity) {
+    m_qualityNs = monotonicNs();
+    server().announceQuality(preset, bitrate, rateHz, frameMs, complexity);
 }
 
 void Scene::later(int ms, std::function<void()> action) {
@@ -152,7 +170,7 @@ void Scene::heal() {
     server().setMediaLoss({});
     server().setMediaPath({});
     server().setReplyPath({});
-    card().failPlaybackWrites(false);
+    setCardRefusing(false);
     plugCardIn();
     muteGateway(false);
     muteSpeaker(false);

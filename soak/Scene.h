@@ -41,8 +41,12 @@ public:
     bool isServerReachable() const { return m_serverUp && !m_silent; }
     void pullCard();
     void plugCardIn();
-    bool isCardIn() const { return m_cardIn; }
-    bool isCardOpen() { return card().isCaptureOpen() && card().isPlaybackOpen(); }
+    void setCardRefusing(bool refusing);
+    /// There, and working. What is away when the gateway reopens it stays closed until the daemon is restarted, so that
+    /// no quality is announced meanwhile, and none has just been when a card goes.
+    bool isCardIn() const { return m_cardIn && !m_refusing; }
+    bool isCardOpen() const { return m_site.card().isCaptureOpen() && m_site.card().isPlaybackOpen(); }
+    bool isCardSettled() const;
     void resetBoard();
     void muteSpeaker(bool muted);
     void muteGateway(bool muted);
@@ -51,6 +55,8 @@ public:
     /// Announces one of the qualities that a server offers, never the same twice in a row.
     void announceNextQuality();
     void announceUsualQuality();
+    /// Numbers as they stand, however senseless.
+    void announceQuality(const QString &preset, int bitrate, int rateHz, int frameMs, int complexity);
 
     /// Later, unless everything has been healed by then.
     void later(int ms, std::function<void()> action);
@@ -69,6 +75,8 @@ private:
     std::unique_ptr<QObject> m_future = std::make_unique<QObject>(); ///< what is still to come hangs on it
     QTimer m_tick;
     bool m_squelchOpen = false, m_serverUp = true, m_silent = false, m_cardIn = true;
+    bool m_refusing = false;
+    std::int64_t m_qualityNs = 0; ///< when one was last announced
     int m_quality = 0;
     int m_commands = 0;
 };

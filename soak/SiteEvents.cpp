@@ -16,14 +16,16 @@ Told cardUnderruns(Scene &scene, QRandomGenerator &) {
 
 Told cardTakesNothing(Scene &scene, QRandomGenerator &random) {
     const int ms = random.bounded(100, 5000);
-    scene.card().failPlaybackWrites(true);
-    scene.later(ms, [&scene] { scene.card().failPlaybackWrites(false); });
+    if (!scene.isCardSettled() || !scene.promises().isSessionUp())
+        return {};
+    scene.setCardRefusing(true);
+    scene.later(ms, [&scene] { scene.setCardRefusing(false); });
     return secondsText(ms);
 }
 
 Told cardIsPulled(Scene &scene, QRandomGenerator &random) {
     const int ms = random.bounded(100, 2500); // less than until the one attempt after playback was given up
-    if (!scene.isCardIn() || !scene.isCardOpen() || !scene.promises().isSessionUp())
+    if (!scene.isCardSettled() || !scene.promises().isSessionUp())
         return {};
     scene.pullCard();
     scene.later(ms, [&scene] { scene.plugCardIn(); });
