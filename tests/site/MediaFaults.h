@@ -140,7 +140,9 @@ inline void verifyTheTalkComesThrough(TestSite &site, sim::RoomMember &member, M
           reception.arrived, reception.heardSeconds / whole * 100, reception.lastHeard * 1e3, reception.release * 1e3);
     expense.tell("a rough way");
     VERIFY_BETWEEN(reception.heardSeconds / whole, 0.8, 1.25);
-    VERIFY_BETWEEN(reception.lastHeard, -0.3, 0.8);
+    // A card that has run empty begins again at five periods. Of half the datagrams, what does not get there any more
+    // at the end of a talk is the last 0.2 s of it, beside what got lost.
+    VERIFY_BETWEEN(reception.lastHeard, -0.5, 0.8);
     VERIFY_BETWEEN(reception.release, 0.0, 0.5);
     VERIFY_CHEAP(expense);
 }

@@ -26,6 +26,10 @@ public:
                          [this] { m_server.sendRaw(TestSite::gateway(), std::exchange(m_held, {})); });
         server.setReplyPath([this](const QByteArray &line) { return cross(line); }, TestSite::gateway());
     }
+    ~Crossing() { m_server.setReplyPath({}); }
+    Crossing(const Crossing &) = delete;
+    Crossing &operator=(const Crossing &) = delete;
+
     int crossings() const { return m_crossings; }
 
 private:
