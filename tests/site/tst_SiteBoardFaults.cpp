@@ -130,6 +130,7 @@ void TestSiteBoardFaults::aBoardThatAlwaysHasNewsIsObeyedToTheLast() {
     QVERIFY(site.waitForLog("[Appliance] Gateway info saved"_s, 5000));
     member->startTalking();
     QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
+    QVERIFY(site.waitForLog("[TX] \"EF2GH\" TX"_s, 2000));
     const int linesOfSquelch = [&] {
         const Expense expense(site);
         for (int i = 0; i < times; ++i)
@@ -168,6 +169,7 @@ void TestSiteBoardFaults::aBoardThatVanishesInTheMidstOfBothTransmissionsEndsThe
     site.board().setSquelch(true);
     member->startTalking();
     QVERIFY(Site::waitFor([&] { return site.board().isKeyed() && site.server().isTalking(site.gateway()); }, 5000));
+    QVERIFY(site.waitForLog("[TX] \"EF2GH\" TX"_s, 2000));
     const Expense expense(site);
     const std::int64_t vanishedNs = monotonicNs();
     site.board().vanish();
