@@ -106,41 +106,35 @@ void AudioEngine::setDevices(const QString &captureDevice, const QString &playba
 }
 
 bool AudioEngine::openPlayback() {
-    if (m_playback.isOpen()) {
+    if (m_playback.isOpen())
         return true;
-    }
-    if (!m_playback.open(m_playbackDevice)) {
+    if (!m_playback.open(m_playbackDevice))
         return false;
-    }
     m_outputTimer.start(m_frameMs);
     m_outputTicks.start(m_clock(), m_frameMs);
     return true;
 }
 
 bool AudioEngine::openCapture() {
-    if (m_capture.isOpen()) {
+    if (m_capture.isOpen())
         return true;
-    }
     const int rateHz = m_capture.open(m_captureDevice, opusRateFor(m_captureRateHz));
-    if (rateHz == 0) {
+    if (rateHz == 0)
         return false;
-    }
     if (!adoptCaptureRate(rateHz)) {
         m_capture.close();
         return false;
     }
-    if (!m_capture.start()) {
+    if (!m_capture.start())
         return false;
-    }
     m_capturePoll.start();
     return true;
 }
 
 /// The encoder runs at the rate that the device grants; false when Opus does not know that rate.
 bool AudioEngine::adoptCaptureRate(int rateHz) {
-    if (rateHz == m_captureRateHz) {
+    if (rateHz == m_captureRateHz)
         return true;
-    }
     m_captureRateHz = rateHz;
     const bool encoderMade = createEncoder();
     rebuildDecoders(); // A stream that cannot be decoded is logged at its packets.
@@ -185,27 +179,23 @@ void AudioEngine::changeQuality(int sampleRate, int bitrate, int complexity, int
     createEncoder();   // Without one, frames encode to nothing until the next change.
     rebuildDecoders(); // A stream that cannot be decoded is logged at its packets.
     m_playback.clear();
-    if (!m_reopenTimer.isActive()) {
+    if (!m_reopenTimer.isActive())
         m_reopenTimer.start();
-    }
 }
 
 void AudioEngine::reopenAfterQualityChange() {
-    if (std::exchange(m_reopenPlayback, false)) {
+    if (std::exchange(m_reopenPlayback, false))
         openPlayback();
-    }
-    if (std::exchange(m_reopenCapture, false)) {
+    if (std::exchange(m_reopenCapture, false))
         openCapture();
-    }
 }
 
 // Settings
 
 void AudioEngine::setAgcEnabled(bool enabled) {
     m_agcEnabled = enabled;
-    if (!enabled) {
+    if (!enabled)
         m_agc.reset();
-    }
 }
 
 void AudioEngine::setTxTone(float bass, float mid, float treble) {
@@ -219,9 +209,8 @@ void AudioEngine::setRxTone(float bass, float mid, float treble) {
 }
 
 void AudioEngine::setFramesWanted(bool wanted) {
-    if (wanted && !m_framesWanted) {
+    if (wanted && !m_framesWanted)
         m_encoder.reset();
-    }
     m_framesWanted = wanted;
 }
 
@@ -246,26 +235,22 @@ QByteArray AudioEngine::resample(const QByteArray &samples, int fromRate, int to
 // Radio to network
 
 void AudioEngine::onInputReadyRead() {
-    if (!m_capture.isOpen() || m_micMuted) {
+    if (!m_capture.isOpen() || m_micMuted)
         return;
-    }
     const std::span<qint16> frame = m_capture.readFrame(frameSamples(m_captureRateHz));
-    if (frame.empty()) {
+    if (frame.empty())
         return;
-    }
     applyGain(frame, m_micGainPercent, -32767);
     m_txTone.process(frame);
     m_inputLevel = levelOf(frame);
-    if (m_framesWanted) {
+    if (m_framesWanted)
         emitEncoded(frame);
-    }
 }
 
 void AudioEngine::emitEncoded(std::span<const qint16> frame) {
     const auto packet = m_encoder.encode(frame);
-    if (packet.empty()) {
+    if (packet.empty())
         return;
-    }
     Q_EMIT audioEncoded(m_cipher.isOn()
                             ? m_cipher.seal(packet)
                             : QByteArray(reinterpret_cast<const char *>(packet.data()), int(packet.size())));
@@ -278,14 +263,12 @@ void AudioEngine::onAudioReceived(const QByteArray &data) {
 }
 
 void AudioEngine::onAudioReceivedFrom(const QByteArray &data, quint32 userId) {
-    if (m_spkMuted || !m_playback.isOpen() || data.size() <= largestNonAudioPacket) {
+    if (m_spkMuted || !m_playback.isOpen() || data.size() <= largestNonAudioPacket)
         return;
-    }
     timeTalker(userId);
     const QByteArray packet = m_cipher.isOn() ? m_cipher.open(data) : data;
-    if (packet.isEmpty() || !decode(packet, userId)) {
+    if (packet.isEmpty() || !decode(packet, userId))
         return;
-    }
     m_resampler.convert(m_decoded, m_streamRateHz, m_playback.rateHz(), m_received);
     shapeReceived(m_received);
     m_playback.forgetErrors();
@@ -295,41 +278,35 @@ void AudioEngine::onAudioReceivedFrom(const QByteArray &data, quint32 userId) {
 
 bool AudioEngine::decode(const QByteArray &packet, quint32 userId) {
     VoiceDecoder *decoder = m_decoders.of(userId);
-    if (!decoder) {
+    if (!decoder)
         return false;
-    }
     const int result = decoder->decode(bytesOf(packet), frameSamples(m_streamRateHz), m_decoded);
-    if (result < 0) {
+    if (result < 0)
         qWarning() << "[Audio] Decode err userId" << userId << ":" << opus_strerror(result);
-    }
     return result >= 0;
 }
 
 void AudioEngine::shapeReceived(std::span<qint16> frame) {
     applyGain(frame, m_speakerGainPercent, -32768);
-    if (m_agcEnabled) {
+    if (m_agcEnabled)
         m_agc.process(frame);
-    }
     m_rxTone.process(frame);
 }
 
 /// No packet is dropped here: a talker whose time was over starts a new transmission with his next packet.
 void AudioEngine::timeTalker(quint32 userId) {
-    if (m_talk.packet(userId, m_clock()).newTransmission) {
+    if (m_talk.packet(userId, m_clock()).newTransmission)
         startTotTimers(userId);
-    }
 }
 
 void AudioEngine::startTotTimers(quint32 userId) {
     m_totTimer.stop();
     m_totWarningTimer.stop();
-    if (m_totSeconds <= 0) {
+    if (m_totSeconds <= 0)
         return;
-    }
     startSeconds(m_totTimer, m_totSeconds);
-    if (m_totSeconds > totWarningSeconds) {
+    if (m_totSeconds > totWarningSeconds)
         startSeconds(m_totWarningTimer, m_totSeconds - totWarningSeconds);
-    }
     qInfo() << "[TOT] Timer started:" << m_totSeconds << "s untuk userId" << userId;
 }
 
@@ -367,13 +344,11 @@ void AudioEngine::playWarningTone() {
 }
 
 void AudioEngine::playPcm(const QByteArray &samples, int channels) {
-    if (!m_playback.isOpen() || channels < 1) {
+    if (!m_playback.isOpen() || channels < 1)
         return;
-    }
     const int error = m_playback.writeThrough(samplesOf(samples), channels);
-    if (error < 0) {
+    if (error < 0)
         qWarning() << "[TOT] ALSA write error:" << snd_strerror(error);
-    }
 }
 
 // Playback feed
@@ -381,17 +356,15 @@ void AudioEngine::playPcm(const QByteArray &samples, int channels) {
 /// The device takes a chunk per frame duration whatever becomes of the ticks: each that is left out would bring it a
 /// chunk nearer to running empty.
 void AudioEngine::onOutputTimeout() {
-    for (int due = m_outputTicks.take(m_clock()); due > 0 && m_outputTimer.isActive(); --due) {
+    for (int due = m_outputTicks.take(m_clock()); due > 0 && m_outputTimer.isActive(); --due)
         onOutputBufferTimer();
-    }
 }
 
 void AudioEngine::onOutputBufferTimer() {
     m_inputLevel = std::max(m_inputLevel - meterFallPerTick, 0);
     m_outputLevel = std::max(m_outputLevel - meterFallPerTick, 0);
-    if (!m_playback.isOpen() || m_spkMuted) {
+    if (!m_playback.isOpen() || m_spkMuted)
         return;
-    }
     if (!m_playback.playChunk(m_streamRateHz)) {
         m_outputTimer.stop();
         m_retryTimer.start();

@@ -31,9 +31,8 @@ CryptoBinding &cryptoBinding() {
 
 bool cryptoInit() {
     CryptoBinding &binding = cryptoBinding();
-    if (binding.ready) {
+    if (binding.ready)
         return true;
-    }
     if (binding.sodiumInit() < 0) {
         qWarning() << "[Sodium] Init failed!";
         return false;
@@ -53,9 +52,8 @@ void FrameCipher::setKey(const QByteArray &keyBase64) {
 }
 
 QByteArray FrameCipher::seal(std::span<const unsigned char> packet) const {
-    if (!m_ready || m_key.isEmpty()) {
+    if (!m_ready || m_key.isEmpty())
         return {reinterpret_cast<const char *>(packet.data()), int(packet.size())};
-    }
     QByteArray frame = uninitialised(int(packet.size()) + overhead);
     unsigned char *nonce = bytesOf(frame);
     cryptoBinding().randomBytes(nonce, nonceSize);
@@ -65,12 +63,10 @@ QByteArray FrameCipher::seal(std::span<const unsigned char> packet) const {
 }
 
 QByteArray FrameCipher::open(const QByteArray &frame) const {
-    if (!m_ready || m_key.size() != keySize) {
+    if (!m_ready || m_key.size() != keySize)
         return frame;
-    }
-    if (frame.size() <= overhead) { // Equal would be an empty packet: nothing to decode either.
+    if (frame.size() <= overhead) // Equal would be an empty packet: nothing to decode either.
         return {};
-    }
     QByteArray packet = uninitialised(frame.size() - overhead);
     const unsigned char *nonce = bytesOf(frame);
     const int result = cryptoBinding().secretboxOpenEasy(bytesOf(packet), nonce + nonceSize, frame.size() - nonceSize,

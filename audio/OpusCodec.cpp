@@ -38,15 +38,13 @@ bool VoiceEncoder::create(int rateHz, int channels, int bitrate, int complexity)
 }
 
 void VoiceEncoder::reset() {
-    if (m_encoder) {
+    if (m_encoder)
         opus_encoder_ctl(m_encoder.get(), OPUS_RESET_STATE); // Cannot fail.
-    }
 }
 
 std::span<const unsigned char> VoiceEncoder::encode(std::span<const qint16> mono) {
-    if (!m_encoder || mono.empty()) {
+    if (!m_encoder || mono.empty())
         return {};
-    }
     const auto frame = fitChannels(mono, 1, m_channels, m_interleaved);
     const int size =
         opus_encode(m_encoder.get(), frame.data(), int(mono.size()), m_packet.data(), opus_int32(m_packet.size()));
@@ -64,9 +62,8 @@ int VoiceDecoder::decode(std::span<const unsigned char> packet, int maxFrameSamp
     mono.resize(size_t(maxFrameSamples) * size_t(m_channels));
     const int frames =
         opus_decode(m_decoder.get(), packet.data(), opus_int32(packet.size()), mono.data(), maxFrameSamples, 0);
-    if (frames < 0) {
+    if (frames < 0)
         return frames;
-    }
     mono.resize(size_t(frames) * size_t(m_channels));
     mono.resize(mixToMono(mono, m_channels).size());
     return 0;
@@ -81,9 +78,8 @@ bool TalkerDecoders::rebuild(int rateHz, int channels) {
 
 VoiceDecoder *TalkerDecoders::of(quint32 userId) {
     const auto known = m_talkers.find(userId);
-    if (known != m_talkers.end()) {
+    if (known != m_talkers.end())
         return &known->second;
-    }
     VoiceDecoder decoder;
     if (!decoder.create(m_rateHz, m_channels)) {
         qWarning() << "[Audio] Decoder create failed userId" << userId << "SR" << m_rateHz;

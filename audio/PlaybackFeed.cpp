@@ -24,12 +24,10 @@ void PlaybackFeed::sizeChunks() {
 }
 
 bool PlaybackFeed::open(const QString &device) {
-    if (isOpen()) {
+    if (isOpen())
         return true;
-    }
-    if (!m_pcm.open(device, m_frameMs)) {
+    if (!m_pcm.open(device, m_frameMs))
         return false;
-    }
     sizeChunks();
     m_queue.unprime();
     return true;
@@ -41,9 +39,8 @@ void PlaybackFeed::drainAndClose() {
 }
 
 bool PlaybackFeed::playChunk(int streamRateHz) {
-    if (m_queue.prime()) {
+    if (m_queue.prime())
         logPrimed(streamRateHz);
-    }
     // A device that consumes more slowly than sound comes in is full some day. The surplus then waits here, where what
     // is too old is dropped, and not the whole loop in a write.
     const bool isDue = m_queue.isPrimed() && m_pcm.hasRoomFor(m_queue.chunkSamples());
@@ -62,18 +59,16 @@ void PlaybackFeed::logPrimed(int streamRateHz) const {
 /// An underrun is the ordinary end of a transmission: recovered at the next one's first chunk, which it costs.
 bool PlaybackFeed::write(std::span<const qint16> chunk) {
     const snd_pcm_sframes_t written = m_pcm.write(chunk);
-    if (written >= 0) {
+    if (written >= 0)
         return true;
-    }
     const bool recovered = m_pcm.recover(int(written));
     ++m_writeErrors;
     if (m_writeErrors % errorsPerPriming == 0) {
         m_queue.unprime();
         qDebug() << "[Audio] Re-priming after" << m_writeErrors << "underruns";
     }
-    if (recovered || m_writeErrors <= toleratedErrors) {
+    if (recovered || m_writeErrors <= toleratedErrors)
         return true;
-    }
     giveUp();
     return false;
 }

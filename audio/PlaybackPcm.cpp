@@ -31,9 +31,8 @@ bool PlaybackPcm::open(const QString &device, int periodMs) {
         return false;
     }
     error = setSoftware();
-    if (error < 0) { // It plays all the same, with thresholds of its own.
+    if (error < 0) // It plays all the same, with thresholds of its own.
         qWarning() << "[Audio] Playback sw_params:" << snd_strerror(error);
-    }
     fillWithSilence();
     return true;
 }
@@ -46,9 +45,8 @@ int PlaybackPcm::setHardware(int periodMs) {
     unsigned rateHz = 48000;
     const int error = upToFirstError([&] { return narrowToFrames(pcm, params, channels); },
                                      [&] { return snd_pcm_hw_params_set_rate_near(pcm, params, &rateHz, nullptr); });
-    if (error < 0) {
+    if (error < 0)
         return error;
-    }
     m_channels = int(channels);
     m_rateHz = int(rateHz);
     m_bufferFrames = rateHz / 2;
@@ -84,9 +82,8 @@ void PlaybackPcm::fillWithSilence() {
 
 void PlaybackPcm::drainAndClose() {
     const snd_pcm_state_t state = snd_pcm_state(m_pcm.get());
-    if (state == SND_PCM_STATE_RUNNING || state == SND_PCM_STATE_PREPARED) { // Anything else plays nothing out.
-        snd_pcm_drain(m_pcm.get());                                          // It is closed whatever comes of it.
-    }
+    if (state == SND_PCM_STATE_RUNNING || state == SND_PCM_STATE_PREPARED) // Anything else plays nothing out.
+        snd_pcm_drain(m_pcm.get());                                        // It is closed whatever comes of it.
     close();
 }
 
@@ -105,19 +102,16 @@ bool PlaybackPcm::recover(int error) {
 
 int PlaybackPcm::writeThrough(std::span<const qint16> interleaved, int channels) {
     const snd_pcm_state_t state = snd_pcm_state(m_pcm.get());
-    if (state == SND_PCM_STATE_XRUN || state == SND_PCM_STATE_SUSPENDED) {
+    if (state == SND_PCM_STATE_XRUN || state == SND_PCM_STATE_SUSPENDED)
         recover(state == SND_PCM_STATE_XRUN ? -EPIPE : -ESTRPIPE); // Shows in the first piece if it failed.
-    }
     auto rest = fitChannels(interleaved, channels, m_channels, m_fitted);
     while (rest.size() >= size_t(m_channels)) {
         const auto piece = rest.first(std::min(rest.size(), pieceFrames * size_t(m_channels)));
         snd_pcm_sframes_t written = writeFrames(piece);
-        if (isInterruption(written) && recover(int(written))) {
+        if (isInterruption(written) && recover(int(written)))
             written = writeFrames(piece);
-        }
-        if (written <= 0) {
+        if (written <= 0)
             return int(written);
-        }
         rest = rest.subspan(size_t(written) * size_t(m_channels));
     }
     return 0;

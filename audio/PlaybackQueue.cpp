@@ -25,17 +25,15 @@ void PlaybackQueue::append(std::span<const qint16> samples) {
 }
 
 bool PlaybackQueue::prime() {
-    if (m_primed || size() < startChunks * m_chunkSamples) {
+    if (m_primed || size() < startChunks * m_chunkSamples)
         return false;
-    }
     m_primed = true;
     return true;
 }
 
 std::span<const qint16> PlaybackQueue::takeChunk() {
-    if (size() < m_chunkSamples) {
+    if (size() < m_chunkSamples)
         return {};
-    }
     dropSurplus();
     const auto chunk = std::span<const qint16>(m_samples).subspan(m_taken, m_chunkSamples);
     m_taken += m_chunkSamples;
