@@ -51,11 +51,10 @@ void LoginTrigger::store(const QString &callsign, const QString &password) {
 }
 
 void LoginTrigger::logIn(const QString &callsign, const QString &password) {
-    if (m_gateway.session.connected) {
+    if (m_gateway.session.connected)
         m_gateway.link->login(callsign, password, Settings::hwid(m_gateway.config.object()));
-    } else if (m_gateway.link->socketState() != QAbstractSocket::UnconnectedState) {
+    else if (m_gateway.link->socketState() != QAbstractSocket::UnconnectedState)
         qDebug() << "[Appliance] Already connecting — login will proceed after connected";
-    } else {
+    else
         m_gateway.connectToServer();
-    }
 }

@@ -77,11 +77,10 @@ void RadioTraffic::followTalker(const std::optional<QString> &talker) {
     session.remoteTalker = talker;
     if (!m_gateway.radioOpen())
         return;
-    if (!talker && session.radioKeyed) {
+    if (!talker && session.radioKeyed)
         releaseRadio();
-    } else if (talker && !session.radioKeyed && !session.speakerMuted) {
+    else if (talker && !session.radioKeyed && !session.speakerMuted)
         keyRadioFor(*talker);
-    }
 }
 
 void RadioTraffic::forgetTalker() {

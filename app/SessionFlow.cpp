@@ -77,11 +77,10 @@ void SessionFlow::onLinkError() {
 }
 
 void SessionFlow::onLoginResult(bool success, const QString &message) {
-    if (success) {
+    if (success)
         loginSucceeded();
-    } else {
+    else
         loginFailed(message);
-    }
 }
 
 void SessionFlow::onJoinRoomResult(bool success, const QString &room) {
@@ -165,11 +164,10 @@ void SessionFlow::loginSucceeded() {
     enableMedia();
     chooseRoom();
     after(m_delays.profile, [this, admin] {
-        if (admin) {
+        if (admin)
             m_gateway.link->requestAllUsers();
-        } else {
+        else
             m_gateway.link->requestUserInfo(Settings::callsign(m_gateway.config.object()));
-        }
     });
 }
 

@@ -113,11 +113,10 @@ void UserLists::storeOwnRecord(const QList<QVariantMap> &users) {
 }
 
 void UserLists::markMuted(int userId, bool muted) {
-    if (muted) {
+    if (muted)
         m_mutedIds.insert(userId);
-    } else {
+    else
         m_mutedIds.remove(userId);
-    }
     patchMuteMark(m_roomUsersFile, userId, muted);
     patchMuteMark(m_directoryFile, userId, muted);
 }

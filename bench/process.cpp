@@ -9,9 +9,9 @@
 #include "Figures.h"
 #include "Shaping.h"
 #include "sim/MonotonicClock.h"
-#include "sim/RoomMember.h"
-#include "sim/SealedFrame.h"
-#include "sim/Site.h"
+#include "sim/member/RoomMember.h"
+#include "sim/site/Site.h"
+#include "sim/wire/SealedFrame.h"
 
 #include <QCoreApplication>
 #include <QDir>

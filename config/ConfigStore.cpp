@@ -110,11 +110,10 @@ bool lockWithin(const LockPatience &patience, const UniqueFd &file) {
 /// What SharedFile::shareWithWebUi does, telling of each failure.
 void handToWebUi(const UniqueFd &file) {
     const auto group = SharedFile::webUiGroup();
-    if (!group) {
+    if (!group)
         qWarning() << "[Config] Group www-data not found, skipping chown";
-    } else if (::fchown(file.get(), 0, *group) != 0) {
+    else if (::fchown(file.get(), 0, *group) != 0)
         warnWithReason("[Config] chown failed:");
-    }
     if (::fchmod(file.get(), SharedFile::webUiMode) != 0)
         warnWithReason("[Config] chmod failed:");
 }

@@ -7,11 +7,10 @@ std::vector<Step> scriptOf(const QByteArray &input, char first) {
         const bool isMark = input[i] == mark && i + 1 < input.size();
         if (isMark)
             ++i;
-        if (isMark && input[i] != mark) {
+        if (isMark && input[i] != mark)
             steps.push_back({input[i], {}});
-        } else {
+        else
             steps.back().bytes.append(input[i]);
-        }
     }
     return steps;
 }

@@ -157,16 +157,14 @@ private:
     }
 
     void openOrClose(int bits) {
-        if ((bits & 1) != 0) {
+        if ((bits & 1) != 0)
             m_engine.openPlayback();
-        } else {
+        else
             m_engine.stopPlayback();
-        }
-        if ((bits & 2) != 0) {
+        if ((bits & 2) != 0)
             m_engine.openCapture();
-        } else {
+        else
             m_engine.stopCapture();
-        }
     }
 
     void shape(const QByteArray &bytes) {

@@ -240,11 +240,10 @@ void TcpClient::reportError(const QString &text) {
 }
 
 void TcpClient::handleUnit(const ReplyUnit &unit) {
-    if (const auto *block = std::get_if<AudioBlock>(&unit)) {
+    if (const auto *block = std::get_if<AudioBlock>(&unit))
         Q_EMIT audioReceived(block->payload, block->userId);
-    } else if (const auto reply = m_joiner.add(std::get<QString>(unit))) {
+    else if (const auto reply = m_joiner.add(std::get<QString>(unit)))
         dispatchLine(*reply);
-    }
 }
 
 void TcpClient::onPong() {

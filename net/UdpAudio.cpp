@@ -202,11 +202,10 @@ void UdpAudio::onLookedUp(const QHostInfo &info) {
     if (m_lookupId != info.lookupId())
         return;
     m_lookupId.reset();
-    if (info.error() == QHostInfo::NoError) {
+    if (info.error() == QHostInfo::NoError)
         start(info.hostName(), info.addresses());
-    } else {
+    else
         qWarning() << "[UDP] Failed to resolve host:" << info.hostName();
-    }
 }
 
 void UdpAudio::start(const QString &host, const QList<QHostAddress> &addresses) {

@@ -103,11 +103,10 @@ bool ArduinoController::isOpen() const {
 void ArduinoController::holdControlLinesLow() {
     // A board or adapter that refuses these is still of use; the port's error must not pass for the loss of it.
     const QSignalBlocker noError(m_port);
-    if (m_port->setDataTerminalReady(false)) {
+    if (m_port->setDataTerminalReady(false))
         qInfo() << "[Arduino] DTR LOW — reset prevention active";
-    } else {
+    else
         qWarning() << "[Arduino] DTR LOW failed (CH341 quirk) — Arduino may reset once";
-    }
     m_port->setRequestToSend(false);
 }
 

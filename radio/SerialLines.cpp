@@ -6,11 +6,10 @@ QStringList SerialLines::feed(const QByteArray &chunk) {
     QStringList lines;
     const QString text = QString::fromUtf8(chunk.constData()); // ends at the first NUL
     for (const QChar character : text) {
-        if (character == QLatin1Char('\n')) {
+        if (character == QLatin1Char('\n'))
             lines.append(std::exchange(m_unfinished, QString()).trimmed());
-        } else {
+        else
             append(character);
-        }
     }
     return lines;
 }

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "sim/RoomMember.h"
-#include "sim/VoiceServer.h"
+#include "sim/member/RoomMember.h"
+#include "sim/server/VoiceServer.h"
 
 #include <memory>
 #include <vector>

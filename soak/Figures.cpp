@@ -1,6 +1,6 @@
 #include "Figures.h"
 
-#include "sim/Site.h"
+#include "sim/site/Site.h"
 
 #include <QDir>
 #include <QFile>

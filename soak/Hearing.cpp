@@ -1,7 +1,7 @@
 #include "Hearing.h"
 
-#include "sim/AudioAnalysis.h"
 #include "sim/MonotonicClock.h"
+#include "sim/sound/AudioAnalysis.h"
 
 #include <algorithm>
 #include <cmath>

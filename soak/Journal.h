@@ -1,6 +1,6 @@
 #pragma once
 
-#include "sim/Daemon.h"
+#include "sim/site/Daemon.h"
 
 #include <QFile>
 #include <QString>

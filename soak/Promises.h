@@ -3,7 +3,7 @@
 #include "Bystanders.h"
 #include "Journal.h"
 #include "LoopWatch.h"
-#include "sim/Site.h"
+#include "sim/site/Site.h"
 
 #include <QObject>
 

@@ -4,8 +4,8 @@
 #include "Journal.h"
 #include "LoopWatch.h"
 #include "Promises.h"
-#include "sim/Pcm.h"
-#include "sim/Site.h"
+#include "sim/site/Site.h"
+#include "sim/sound/Pcm.h"
 
 #include <QTimer>
 

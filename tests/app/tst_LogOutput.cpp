@@ -54,11 +54,10 @@ class JournalStream {
 public:
     explicit JournalStream(const QByteArray &name) : m_before(qgetenv(variable)) { qputenv(variable, name); }
     ~JournalStream() {
-        if (m_before.isNull()) {
+        if (m_before.isNull())
             qunsetenv(variable);
-        } else {
+        else
             qputenv(variable, m_before);
-        }
     }
     JournalStream(const JournalStream &) = delete;
     JournalStream &operator=(const JournalStream &) = delete;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "audio/AudioEngine.h"
-#include "sim/SoundCard.h"
+#include "sim/card/SoundCard.h"
 
 #include <QTemporaryDir>
 #include <QTest>
@@ -29,9 +29,8 @@ public:
         for (const QByteArray &packet : packets) {
             engine.onAudioReceivedFrom(packet, userId);
             tick += milliseconds(20);
-            while (steady_clock::now() < tick) {
+            while (steady_clock::now() < tick)
                 QTest::qWait(1);
-            }
             keptPace = keptPace && steady_clock::now() < tick + milliseconds(60);
         }
         return keptPace;

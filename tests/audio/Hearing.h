@@ -1,6 +1,6 @@
 #pragma once
 
-#include "sim/Pcm.h"
+#include "sim/sound/Pcm.h"
 
 #include <QDebug>
 
@@ -12,9 +12,8 @@
 template <class Attempt>
 bool undisturbed(Attempt attempt) {
     for (int attempts = 0; attempts < 25; ++attempts) {
-        if (attempt()) {
+        if (attempt())
             return true;
-        }
     }
     return false;
 }

@@ -2,7 +2,7 @@
 #include "EngineOnCard.h"
 #include "Hearing.h"
 #include "Talker.h"
-#include "sim/AudioAnalysis.h"
+#include "sim/sound/AudioAnalysis.h"
 
 #include <QTest>
 
@@ -242,16 +242,14 @@ void TestAudioEngineOnAir::dropsWhatItCannotOpen() {
 void TestAudioEngineOnAir::keepsTheQueueWhileTheSpeakerIsMuted() {
     EngineOnCard site;
     QVERIFY(site.engine.openPlayback());
-    for (const QByteArray &packet : Talker().say(sim::tone(1000, -10, 0.12))) {
+    for (const QByteArray &packet : Talker().say(sim::tone(1000, -10, 0.12)))
         site.engine.onAudioReceivedFrom(packet, 1);
-    }
     const int level = site.engine.outputLevel();
     QVERIFY(level > 0);
     site.engine.setSpkMuted(true);
     const auto played = site.card.framesPlayed();
-    for (int tick = 0; tick < 3; ++tick) {
+    for (int tick = 0; tick < 3; ++tick)
         site.engine.onOutputBufferTimer();
-    }
     QCOMPARE(site.engine.outputLevel(), level - 15);
     QCOMPARE(site.card.framesPlayed(), played);
     site.engine.setSpkMuted(false);
@@ -265,9 +263,8 @@ void TestAudioEngineOnAir::forgetsTheQueueWhenBuffersAreCleared() {
     const auto packets = Talker().say(sim::tone(1000, -10, 0.2));
     const auto silence = site.card.framesPlayed();
     for (const auto &clear : {&AudioEngine::clearBuffers, &AudioEngine::resetDecoders}) {
-        for (const QByteArray &packet : packets) {
+        for (const QByteArray &packet : packets)
             site.engine.onAudioReceivedFrom(packet, 1);
-        }
         (site.engine.*clear)();
         site.engine.onOutputBufferTimer();
         QCOMPARE(site.card.framesPlayed(), silence);
@@ -277,9 +274,8 @@ void TestAudioEngineOnAir::forgetsTheQueueWhenBuffersAreCleared() {
 void TestAudioEngineOnAir::metersRiseAtOnceAndFallSlowly() {
     EngineOnCard site;
     QVERIFY(site.engine.openPlayback());
-    for (const QByteArray &packet : Talker().say(sim::tone(1000, -10, 0.1))) {
+    for (const QByteArray &packet : Talker().say(sim::tone(1000, -10, 0.1)))
         site.engine.onAudioReceivedFrom(packet, 1);
-    }
     QVERIFY(isNear(site.engine.outputLevel(), 73, 1)); // (-10 - 3.01 + 50) / 50 of a hundred
     int level = site.engine.outputLevel();
     while (level > 0) {
@@ -296,9 +292,8 @@ void TestAudioEngineOnAir::shapesWhatItReceives() {
     QVERIFY(site.engine.openPlayback());
     const auto settle = [&] {
         site.engine.resetDecoders();
-        for (const QByteArray &packet : Talker().say(sim::tone(1000, -30, 1.0))) {
+        for (const QByteArray &packet : Talker().say(sim::tone(1000, -30, 1.0)))
             site.engine.onAudioReceivedFrom(packet, 1);
-        }
         return site.engine.outputLevel();
     };
     const int plain = settle();

@@ -1,7 +1,7 @@
 #include "../support/LogCapture.h"
 #include "EngineOnCard.h"
 #include "Hearing.h"
-#include "sim/AudioAnalysis.h"
+#include "sim/sound/AudioAnalysis.h"
 
 #include <QTest>
 

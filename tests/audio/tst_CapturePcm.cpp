@@ -1,8 +1,8 @@
 #include "../support/LogCapture.h"
 #include "Hearing.h"
 #include "audio/CapturePcm.h"
-#include "sim/AudioAnalysis.h"
-#include "sim/SoundCard.h"
+#include "sim/card/SoundCard.h"
+#include "sim/sound/AudioAnalysis.h"
 
 #include <QElapsedTimer>
 #include <QTemporaryDir>
@@ -72,9 +72,8 @@ void TestCapturePcm::staysSilentAboutADeviceThatCannotBeSetUp() {
 
 void TestCapturePcm::settlesTheRateBeforeItRuns_data() {
     QTest::addColumn<int>("rateHz");
-    for (int rateHz : {8000, 16000, 44100, 48000, 96000}) {
+    for (int rateHz : {8000, 16000, 44100, 48000, 96000})
         QTest::newRow(qPrintable(QString::number(rateHz))) << rateHz;
-    }
 }
 
 void TestCapturePcm::settlesTheRateBeforeItRuns() {
@@ -154,9 +153,8 @@ void TestCapturePcm::staysOpenAndEmptyWhenTheCardIsGone() {
     LogCapture log;
     QElapsedTimer timer;
     timer.start();
-    for (int poll = 0; poll < 100; ++poll) {
+    for (int poll = 0; poll < 100; ++poll)
         QVERIFY(pcm.readFrame(960).empty());
-    }
     QVERIFY2(timer.elapsed() < 500, qPrintable(QString::number(timer.elapsed())));
     QVERIFY(pcm.isOpen());
     QVERIFY(log.lines().isEmpty());

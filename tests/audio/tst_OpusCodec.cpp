@@ -14,9 +14,8 @@ constexpr double twoPi = 6.283185307179586;
 
 Samples sine(double hz, int rateHz, int samples, double amplitude = 8000.0) {
     Samples result(samples);
-    for (int i = 0; i < samples; ++i) {
+    for (int i = 0; i < samples; ++i)
         result[i] = qint16(std::lround(amplitude * std::sin(twoPi * hz * i / rateHz)));
-    }
     return result;
 }
 
@@ -26,9 +25,8 @@ std::vector<Packet> packetsOf(double hz, int rateHz = 48000, int channels = 1) {
     OpusEncoder *encoder = opus_encoder_create(rateHz, channels, OPUS_APPLICATION_VOIP, nullptr);
     const Samples mono = sine(hz, rateHz, rateHz);
     Samples sound;
-    for (qint16 sample : mono) {
+    for (qint16 sample : mono)
         sound.insert(sound.end(), channels, sample);
-    }
     std::vector<Packet> packets;
     for (int i = 0; i < 50; ++i) {
         Packet packet(4000);
@@ -78,9 +76,8 @@ private Q_SLOTS:
 void TestOpusCodec::choosesTheNextRateThatOpusKnows_data() {
     QTest::addColumn<int>("rateHz");
     QTest::addColumn<int>("opusRateHz");
-    for (int rate : {8000, 12000, 16000, 24000, 48000}) {
+    for (int rate : {8000, 12000, 16000, 24000, 48000})
         QTest::newRow(qPrintable(QString::number(rate))) << rate << rate;
-    }
     QTest::newRow("above 8000") << 8001 << 12000;
     QTest::newRow("11025") << 11025 << 12000;
     QTest::newRow("22050") << 22050 << 24000;
@@ -116,9 +113,8 @@ void TestOpusCodec::encodesWhatTheLibraryDecodes() {
         bytes += int(packet.size());
         Samples out(960);
         QCOMPARE(opus_decode(decoder, packet.data(), opus_int32(packet.size()), out.data(), 960, 0), 960);
-        for (qint16 sample : out) {
+        for (qint16 sample : out)
             energy += i >= 10 ? double(sample) * sample : 0;
-        }
     }
     opus_decoder_destroy(decoder);
     const double rms = std::sqrt(energy / (40 * 960));
@@ -190,9 +186,8 @@ void TestOpusCodec::encodesMonoOnTwoChannels() {
     QVERIFY(decoder.create(48000, 1));
     Samples out;
     const Samples tone = sine(1000, 48000, 9600);
-    for (int i = 0; i < 10; ++i) {
+    for (int i = 0; i < 10; ++i)
         out = decoded(decoder, copy(encoder.encode(std::span(tone).subspan(i * 960, 960))));
-    }
     QCOMPARE(int(out.size()), 960);
     QVERIFY(*std::max_element(out.begin(), out.end()) > 6000);
 }
@@ -238,12 +233,10 @@ void TestOpusCodec::keepsInterleavedTalkersApart() {
     QVERIFY(together.rebuild(48000, 1) && alone.rebuild(48000, 1));
     std::vector<Samples> lowAlone;
     std::vector<Samples> highAlone;
-    for (const Packet &packet : low) {
+    for (const Packet &packet : low)
         lowAlone.push_back(decoded(*alone.of(1), packet));
-    }
-    for (const Packet &packet : high) {
+    for (const Packet &packet : high)
         highAlone.push_back(decoded(*alone.of(4294967295U), packet));
-    }
     for (size_t i = 0; i < low.size(); ++i) {
         QCOMPARE(decoded(*together.of(1), low[i]), lowAlone[i]);
         QCOMPARE(decoded(*together.of(4294967295U), high[i]), highAlone[i]);

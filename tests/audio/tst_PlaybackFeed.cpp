@@ -1,8 +1,8 @@
 #include "../support/LogCapture.h"
 #include "Hearing.h"
 #include "audio/PlaybackFeed.h"
-#include "sim/AudioAnalysis.h"
-#include "sim/SoundCard.h"
+#include "sim/card/SoundCard.h"
+#include "sim/sound/AudioAnalysis.h"
 
 #include <QElapsedTimer>
 #include <QTemporaryDir>
@@ -204,9 +204,8 @@ void TestPlaybackFeed::playsOutBeforeItCloses() {
 
 void TestPlaybackFeed::opensAtOnceWhateverTheFrameDuration_data() {
     QTest::addColumn<int>("frameMs");
-    for (int frameMs : {1, 10, 20, 40, 60, 100, 120}) {
+    for (int frameMs : {1, 10, 20, 40, 60, 100, 120})
         QTest::newRow(qPrintable(QString::number(frameMs))) << frameMs;
-    }
 }
 
 void TestPlaybackFeed::opensAtOnceWhateverTheFrameDuration() {
@@ -247,9 +246,8 @@ void TestPlaybackFeed::givesUpAtTheHundredAndFirstFailure() {
     PlaybackFeed feed;
     QVERIFY(feed.open(cardName));
     const std::vector<qint16> frame(960);
-    for (int i = 0; i < 10; ++i) {
+    for (int i = 0; i < 10; ++i)
         feed.append(frame);
-    }
     QVERIFY(feed.playChunk(48000));
     card.failPlaybackWrites(true);
     LogCapture log;
@@ -277,14 +275,12 @@ void TestPlaybackFeed::countsOnlyFailuresInARow() {
     PlaybackFeed feed;
     QVERIFY(feed.open(cardName));
     const std::vector<qint16> frame(960);
-    for (int i = 0; i < 5; ++i) {
+    for (int i = 0; i < 5; ++i)
         feed.append(frame);
-    }
     card.failPlaybackWrites(true);
     for (int failure = 0; failure < 300; ++failure) {
-        if (failure % 100 == 0) {
+        if (failure % 100 == 0)
             feed.forgetErrors();
-        }
         feed.append(frame);
         QVERIFY(feed.playChunk(48000));
     }
@@ -312,9 +308,8 @@ void TestPlaybackFeed::primesAgainAtTheTwoHundredthUnderrun() {
     PlaybackFeed feed;
     QVERIFY(feed.open(cardName));
     const std::vector<qint16> frame(960);
-    for (int i = 0; i < 5; ++i) {
+    for (int i = 0; i < 5; ++i)
         feed.append(frame);
-    }
     feed.playChunk(48000);
     LogCapture log;
     int failures = 0;

@@ -16,9 +16,8 @@ std::vector<qint16> counting(int first, int count) {
 PlaybackQueue queueOf(int chunks, int chunkSamples) {
     PlaybackQueue queue;
     queue.setChunkSamples(chunkSamples);
-    for (int chunk = 0; chunk < chunks; ++chunk) {
+    for (int chunk = 0; chunk < chunks; ++chunk)
         queue.append(counting(chunk * chunkSamples, chunkSamples));
-    }
     return queue;
 }
 
@@ -55,9 +54,8 @@ void TestPlaybackQueue::becomesPrimedAtFiveChunks() {
 void TestPlaybackQueue::staysPrimedUntilUnprimed() {
     PlaybackQueue queue = queueOf(5, 10);
     QVERIFY(queue.prime());
-    for (int chunk = 0; chunk < 5; ++chunk) {
+    for (int chunk = 0; chunk < 5; ++chunk)
         QCOMPARE(int(queue.takeChunk().size()), 10);
-    }
     QVERIFY(queue.takeChunk().empty());
     QVERIFY(queue.isPrimed());
     queue.unprime();

@@ -8,11 +8,10 @@ namespace {
 QStringList takeAll(ReplyFramer &framer) {
     QStringList units;
     while (const auto unit = framer.next()) {
-        if (const auto *block = std::get_if<AudioBlock>(&*unit)) {
+        if (const auto *block = std::get_if<AudioBlock>(&*unit))
             units.append(QStringLiteral("<%1:%2>").arg(block->userId).arg(QString::fromLatin1(block->payload)));
-        } else {
+        else
             units.append(std::get<QString>(*unit));
-        }
     }
     return units;
 }

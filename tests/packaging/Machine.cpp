@@ -1,6 +1,6 @@
 #include "Machine.h"
 
-#include "sim/Site.h"
+#include "sim/site/Site.h"
 
 #include <QDebug>
 #include <QFile>

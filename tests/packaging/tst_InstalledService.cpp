@@ -1,6 +1,6 @@
 #include "Machine.h"
 #include "TestSite.h"
-#include "sim/AudioAnalysis.h"
+#include "sim/sound/AudioAnalysis.h"
 
 #include <QDir>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "sim/SoundCard.h"
+#include "sim/card/SoundCard.h"
 
 #include <QTemporaryDir>
 #include <QtTest>
@@ -81,9 +81,8 @@ private:
 /// Sound without a zero and without a repetition within 30,000 samples.
 inline Samples ramp(std::size_t count) {
     Samples samples(count);
-    for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < count; ++i)
         samples[i] = std::int16_t(i % 30000 + 1);
-    }
     return samples;
 }
 

@@ -14,9 +14,8 @@ bool waitUntil(Condition condition, int timeoutMs) {
     deadline.setSingleShot(true);
     deadline.start(timeoutMs);
     while (!condition()) {
-        if (!deadline.isActive()) {
+        if (!deadline.isActive())
             return false;
-        }
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     }
     return true;
@@ -26,9 +25,8 @@ bool waitUntil(Condition condition, int timeoutMs) {
 class WireClient {
 public:
     explicit WireClient(quint16 tcpPort = 0, quint16 udpPort = 0) : m_udpPort(udpPort) {
-        if (tcpPort != 0) {
+        if (tcpPort != 0)
             control.connectToHost(QHostAddress(QHostAddress::LocalHost), tcpPort);
-        }
         media.bind(QHostAddress(QHostAddress::LocalHost));
     }
 
@@ -58,9 +56,8 @@ public:
         send("PING");
         QList<QByteArray> lines;
         const auto pongArrived = [&] {
-            while (control.canReadLine()) {
+            while (control.canReadLine())
                 lines.append(control.readLine().trimmed());
-            }
             return !lines.isEmpty() && lines.last() == "PONG";
         };
         return waitUntil(pongArrived, 5000) ? lines.mid(0, lines.size() - 1) : QList<QByteArray>();
@@ -71,9 +68,8 @@ public:
     }
 
     QByteArray nextDatagram(int timeoutMs = 5000) {
-        if (!waitUntil([&] { return media.hasPendingDatagrams(); }, timeoutMs)) {
+        if (!waitUntil([&] { return media.hasPendingDatagrams(); }, timeoutMs))
             return {};
-        }
         QByteArray bytes(int(media.pendingDatagramSize()), Qt::Uninitialized);
         media.readDatagram(bytes.data(), bytes.size());
         return bytes;
@@ -84,9 +80,8 @@ public:
         sendDatagram("PING");
         QList<QByteArray> datagrams;
         for (QByteArray datagram = nextDatagram(); !datagram.isEmpty(); datagram = nextDatagram()) {
-            if (datagram == "PONG") {
+            if (datagram == "PONG")
                 return datagrams;
-            }
             datagrams.append(datagram);
         }
         return {};
@@ -97,9 +92,8 @@ public:
         const QList<QByteArray> login =
             ask((QByteArray("LOGIN ") + callsign + " pw").constData(), "LOGIN_OK").split('|');
         sendDatagram("TOKEN:" + login.value(1) + ":" + login.value(4));
-        if (nextDatagram() != "REGISTERED:" + login.value(4)) {
+        if (nextDatagram() != "REGISTERED:" + login.value(4))
             return {};
-        }
         return ask((QByteArray("JOIN ") + room).constData(), "JOIN_OK");
     }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "WireClient.h"
-#include "sim/VoiceServer.h"
+#include "sim/server/VoiceServer.h"
 
 #include <QTest>
 
@@ -30,14 +30,12 @@ public:
         bound.hwid = QStringLiteral("h1");
         sim::Account waiting = wireAccount(10, "WAITS");
         waiting.approved = false;
-        for (const sim::Account &known : {admin, wireAccount(7, "AB1CD"), wireAccount(8, "EF2GH"), bound, waiting}) {
+        for (const sim::Account &known : {admin, wireAccount(7, "AB1CD"), wireAccount(8, "EF2GH"), bound, waiting})
             addAccount(known);
-        }
         addRoom(QStringLiteral("Lobby"), lobbyKey);
         addRoom(QStringLiteral("Big Hall"), hallKey);
-        if (!start(0, 0)) {
+        if (!start(0, 0))
             QTest::qFail("the server does not start", __FILE__, __LINE__);
-        }
     }
 
     std::unique_ptr<WireClient> client() const { return std::make_unique<WireClient>(tcpPort(), udpPort()); }
@@ -45,9 +43,8 @@ public:
     /// A client in the lobby with its media endpoint registered.
     std::unique_ptr<WireClient> inLobby(const char *callsign) const {
         auto member = client();
-        if (member->enter(callsign, "Lobby").isEmpty()) {
+        if (member->enter(callsign, "Lobby").isEmpty())
             QTest::qFail("a client does not get into the lobby", __FILE__, __LINE__);
-        }
         return member;
     }
 };

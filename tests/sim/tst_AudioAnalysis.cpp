@@ -1,4 +1,4 @@
-#include "sim/AudioAnalysis.h"
+#include "sim/sound/AudioAnalysis.h"
 
 #include <QTest>
 
@@ -17,9 +17,8 @@ constexpr int rateHz = 48000;
 /// A sine of that peak amplitude (32768 is full scale), written down from its formula.
 Pcm sine(double hz, double amplitude, int count, int rate = rateHz) {
     Pcm pcm{rate, {}};
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < count; ++i)
         pcm.samples.push_back(std::int16_t(std::lround(amplitude * std::sin(2 * std::numbers::pi * hz * i / rate))));
-    }
     return pcm;
 }
 
@@ -38,9 +37,8 @@ Pcm delayed(const Pcm &pcm, int samples) {
 }
 
 Pcm scaled(Pcm pcm, double factor) {
-    for (std::int16_t &sample : pcm.samples) {
+    for (std::int16_t &sample : pcm.samples)
         sample = std::int16_t(std::lround(sample * factor));
-    }
     return pcm;
 }
 
@@ -135,9 +133,8 @@ void TestAudioAnalysis::toneLevelIsThePeakOfTheSineAlone() {
     Pcm pcm = sine(1000, 16384, rateHz);
     verifyNear(toneLevelDbfs(pcm, 1000), -6.02, 0.01);
     const Pcm louder = sine(3000, 16000, rateHz);
-    for (std::size_t i = 0; i < pcm.samples.size(); ++i) {
+    for (std::size_t i = 0; i < pcm.samples.size(); ++i)
         pcm.samples[i] = std::int16_t(pcm.samples[i] + louder.samples[i]);
-    }
     verifyNear(toneLevelDbfs(pcm, 1000), -6.02, 0.01);
     QVERIFY(toneLevelDbfs(pcm, 2000) < -80.0);
 }
@@ -146,9 +143,8 @@ void TestAudioAnalysis::toneShareOfAMixture() {
     verifyNear(toneShare(sine(1000, 10000, rateHz), 1000), 1.0, 1e-6);
     Pcm mixture = sine(1000, 10000, rateHz);
     const Pcm other = sine(1700, 5000, rateHz); // half the amplitude, a quarter of the power
-    for (std::size_t i = 0; i < mixture.samples.size(); ++i) {
+    for (std::size_t i = 0; i < mixture.samples.size(); ++i)
         mixture.samples[i] = std::int16_t(mixture.samples[i] + other.samples[i]);
-    }
     verifyNear(toneShare(mixture, 1000), 0.8, 0.001);
     verifyNear(toneShare(mixture, 1700), 0.2, 0.001);
     QCOMPARE(toneShare(Pcm{}, 1000), 0.0);
@@ -241,9 +237,8 @@ void TestAudioAnalysis::noiseOnTopLowersTheSimilarity() {
     const Pcm said = noise(6, 2.0);
     const Pcm other = noise(7, 2.0);
     Pcm heard = said;
-    for (std::size_t i = 0; i < heard.samples.size(); ++i) {
+    for (std::size_t i = 0; i < heard.samples.size(); ++i)
         heard.samples[i] = std::int16_t(heard.samples[i] + other.samples[i]);
-    }
     // As much noise as signal: 1 / sqrt(2).
     verifyNear(compare(said, heard, 500).similarity, 0.707, 0.02);
 }

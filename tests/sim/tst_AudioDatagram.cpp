@@ -1,4 +1,4 @@
-#include "sim/AudioDatagram.h"
+#include "sim/wire/AudioDatagram.h"
 
 #include <QTest>
 

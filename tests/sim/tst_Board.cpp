@@ -1,6 +1,6 @@
-#include "sim/Board.h"
 #include "sim/MonotonicClock.h"
-#include "sim/Site.h"
+#include "sim/site/Board.h"
+#include "sim/site/Site.h"
 
 #include <QSignalSpy>
 #include <QtTest>
@@ -212,9 +212,8 @@ void tst_Board::manyBytesArriveInOrder() {
     Board board(sim::sitePaths().devpts);
     Port port(board);
     QByteArray bytes;
-    for (int i = 0; i < 20000; ++i) {
+    for (int i = 0; i < 20000; ++i)
         bytes += QByteArray::number(i) + '\n';
-    }
     board.sendRaw(bytes);
     QTRY_COMPARE(port.received().size(), bytes.size());
     QVERIFY(port.received() == bytes);
@@ -252,9 +251,8 @@ void tst_Board::withoutADevptsThereIsNoBoard() {
 }
 
 int main(int argc, char **argv) {
-    if (!sim::enterPrivateSite()) {
+    if (!sim::enterPrivateSite())
         return 1;
-    }
     QCoreApplication app(argc, argv);
     tst_Board test;
     return QTest::qExec(&test, argc, argv);

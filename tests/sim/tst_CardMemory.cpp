@@ -1,4 +1,4 @@
-#include "sim/CardMemory.h"
+#include "sim/card/CardMemory.h"
 
 #include <QtTest>
 
@@ -53,12 +53,10 @@ void tst_CardMemory::aFrameIsFoundAtTheTimeItPasses() {
 
 void tst_CardMemory::whatWasPutIsFound() {
     const auto ring = std::make_unique<AirRing>();
-    for (int sample = -32768; sample <= 32767; ++sample) {
+    for (int sample = -32768; sample <= 32767; ++sample)
         ring->put(sample + 123'456'789, std::int16_t(sample));
-    }
-    for (int sample = -32768; sample <= 32767; ++sample) {
+    for (int sample = -32768; sample <= 32767; ++sample)
         QCOMPARE(int(ring->at(sample + 123'456'789)), sample);
-    }
 }
 
 void tst_CardMemory::whatWasPutOneLapAgoIsSilence() {

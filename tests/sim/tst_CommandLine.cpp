@@ -1,4 +1,4 @@
-#include "sim/CommandLine.h"
+#include "sim/server/CommandLine.h"
 
 #include <QTest>
 

@@ -1,4 +1,4 @@
-#include "sim/Daemon.h"
+#include "sim/site/Daemon.h"
 
 #include <QSignalSpy>
 #include <QtTest>

@@ -1,4 +1,4 @@
-#include "sim/Display.h"
+#include "sim/show/Display.h"
 
 #include <QTest>
 

@@ -1,4 +1,4 @@
-#include "sim/Fourier.h"
+#include "sim/sound/Fourier.h"
 
 #include <QTest>
 
@@ -31,20 +31,17 @@ void TestFourier::fourValuesByHand() {
     std::vector<Complex> values{1.0, 2.0, 3.0, 4.0};
     transform(values);
     const std::array<Complex, 4> expected{Complex(10, 0), Complex(-2, 2), Complex(-2, 0), Complex(-2, -2)};
-    for (std::size_t i = 0; i < expected.size(); ++i) {
+    for (std::size_t i = 0; i < expected.size(); ++i)
         QVERIFY(isNear(values[i], expected[i]));
-    }
 }
 
 void TestFourier::aCosineIsTwoLines() {
     std::vector<Complex> values;
-    for (int i = 0; i < 64; ++i) {
+    for (int i = 0; i < 64; ++i)
         values.emplace_back(std::cos(2 * std::acos(-1.0) * 5 * i / 64));
-    }
     transform(values);
-    for (std::size_t i = 0; i < values.size(); ++i) {
+    for (std::size_t i = 0; i < values.size(); ++i)
         QVERIFY(isNear(values[i], i == 5 || i == 59 ? 32.0 : 0.0));
-    }
 }
 
 void TestFourier::correlationByHand() {
@@ -54,9 +51,8 @@ void TestFourier::correlationByHand() {
     const std::array<double, 5> expected{12, 23, 14, 5, 0};
     const std::vector<double> found = crossCorrelation(a, b, 2);
     QCOMPARE(found.size(), expected.size());
-    for (std::size_t i = 0; i < expected.size(); ++i) {
+    for (std::size_t i = 0; i < expected.size(); ++i)
         QVERIFY(isNear(found[i], expected[i]));
-    }
 }
 
 void TestFourier::shiftsBeyondBothSignalsCorrelateToNothing() {

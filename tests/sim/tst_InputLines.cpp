@@ -1,4 +1,4 @@
-#include "sim/InputLines.h"
+#include "sim/show/InputLines.h"
 
 #include <QSignalSpy>
 #include <QTest>
@@ -30,9 +30,8 @@ namespace {
 
 QStringList textsOf(const QSignalSpy &lines) {
     QStringList texts;
-    for (const QVariantList &line : lines) {
+    for (const QVariantList &line : lines)
         texts.append(line.first().toString());
-    }
     return texts;
 }
 

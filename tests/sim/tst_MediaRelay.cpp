@@ -1,5 +1,5 @@
 #include "WireServer.h"
-#include "sim/MediaRelay.h"
+#include "sim/server/MediaRelay.h"
 
 #include <QSignalSpy>
 #include <QTest>
@@ -86,9 +86,8 @@ void TestMediaRelay::relaysNothingThatIsNotATalkersOwn() {
     const auto talker = m_server->inLobby("AB1CD");
     const auto listener = m_server->inLobby("EF2GH");
     const auto stranger = m_server->client();
-    if (talking) {
+    if (talking)
         talker->ask("TX_START \"Lobby\"", "TX_START_OK");
-    }
     QSignalSpy received(m_server.get(), &VoiceServer::datagramReceived);
     (fromElsewhere ? stranger : talker)->sendDatagram(datagram);
     QVERIFY(received.wait());

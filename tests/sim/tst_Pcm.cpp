@@ -1,4 +1,4 @@
-#include "sim/Pcm.h"
+#include "sim/sound/Pcm.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -39,9 +39,8 @@ double sineAt(double hz, double amplitude, std::size_t index, int rateHz) {
 
 Pcm sine(double hz, double amplitude, int count, int rateHz) {
     Pcm pcm{rateHz, Samples(std::size_t(count))};
-    for (std::size_t i = 0; i < pcm.samples.size(); ++i) {
+    for (std::size_t i = 0; i < pcm.samples.size(); ++i)
         pcm.samples[i] = std::int16_t(std::lround(sineAt(hz, amplitude, i, rateHz)));
-    }
     return pcm;
 }
 
@@ -49,9 +48,8 @@ Pcm sine(double hz, double amplitude, int count, int rateHz) {
 double peakInside(const Pcm &pcm) {
     const std::size_t edge = pcm.samples.size() / 8;
     double peak = 0.0;
-    for (std::size_t i = edge; i + edge < pcm.samples.size(); ++i) {
+    for (std::size_t i = edge; i + edge < pcm.samples.size(); ++i)
         peak = std::max(peak, std::abs(double(pcm.samples[i])));
-    }
     return peak;
 }
 
@@ -175,9 +173,8 @@ void TestPcm::survivesMalformedFiles() {
 void TestPcm::survivesEveryCutOfAGoodFile() {
     const QByteArray good = WavParts().bytes();
     const int dataStart = good.indexOf("data") + 8;
-    for (int length = 0; length < good.size(); ++length) {
+    for (int length = 0; length < good.size(); ++length)
         QCOMPARE(readWav(write(good.left(length))).has_value(), length >= dataStart);
-    }
 }
 
 void TestPcm::findsNoFileWhereThereIsNone() {
@@ -200,9 +197,8 @@ void TestPcm::resamplesASineToThatSine_data() {
                                   {48000, 8000},
                                   {16000, 11025},
                                   {47999, 48000}}) {
-        for (const double hz : {100.0, 1000.0, 3000.0}) {
+        for (const double hz : {100.0, 1000.0, 3000.0})
             QTest::addRow("%d to %d, %g Hz", in, out, hz) << in << out << hz;
-        }
     }
 }
 
@@ -214,9 +210,8 @@ void TestPcm::resamplesASineToThatSine() {
     QCOMPARE(out.rateHz, rateOut);
     QVERIFY(std::abs(out.seconds() - double(rateIn / 8) / rateIn) <= 1.0 / rateOut);
     Pcm error = out;
-    for (std::size_t i = 0; i < out.samples.size(); ++i) {
+    for (std::size_t i = 0; i < out.samples.size(); ++i)
         error.samples[i] = std::int16_t(std::lround(out.samples[i] - sineAt(hz, 20000, i, rateOut)));
-    }
     QVERIFY2(peakInside(error) <= 20, qPrintable(QString::number(peakInside(error)))); // 60 dB below the sine
 }
 

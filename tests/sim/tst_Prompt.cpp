@@ -1,4 +1,4 @@
-#include "sim/Prompt.h"
+#include "sim/show/Prompt.h"
 
 #include <QCoreApplication>
 #include <QSignalSpy>
@@ -117,9 +117,8 @@ void TestPrompt::helpNamesEveryCommand() {
 }
 
 int main(int argc, char **argv) {
-    if (!enterPrivateSite()) {
+    if (!enterPrivateSite())
         return 1;
-    }
     const QCoreApplication app(argc, argv);
     TestPrompt test;
     return QTest::qExec(&test, argc, argv);

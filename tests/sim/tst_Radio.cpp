@@ -1,4 +1,4 @@
-#include "sim/Radio.h"
+#include "sim/site/Radio.h"
 
 #include <QTest>
 

@@ -1,4 +1,4 @@
-#include "sim/Report.h"
+#include "sim/show/Report.h"
 
 #include <QTest>
 

@@ -1,7 +1,7 @@
-#include "sim/AudioAnalysis.h"
 #include "sim/MonotonicClock.h"
-#include "sim/RoomMember.h"
-#include "sim/VoiceServer.h"
+#include "sim/member/RoomMember.h"
+#include "sim/server/VoiceServer.h"
+#include "sim/sound/AudioAnalysis.h"
 
 #include <QSignalSpy>
 #include <QTest>
@@ -67,9 +67,8 @@ private:
 
 void TestRoomMember::init() {
     m_server = std::make_unique<VoiceServer>();
-    for (int id = 1; id <= 3; ++id) {
+    for (int id = 1; id <= 3; ++id)
         m_server->addAccount(account(id, callsignOf(id)));
-    }
     m_server->addRoom(lobby, QByteArray(32, 'L'));
     m_server->addRoom(hall, QByteArray(32, 'H'));
     m_server->addRoom(attic, {});
@@ -89,9 +88,8 @@ std::unique_ptr<RoomMember> TestRoomMember::connected(int id, const QString &roo
 
 std::unique_ptr<RoomMember> TestRoomMember::ready(int id, const QString &room) {
     auto member = connected(id, room);
-    if (!QTest::qWaitFor([&] { return member->isReady(); })) {
+    if (!QTest::qWaitFor([&] { return member->isReady(); }))
         QTest::qFail("a member does not get ready", __FILE__, __LINE__);
-    }
     return member;
 }
 
@@ -164,9 +162,8 @@ void TestRoomMember::speaksNoFasterAndNoSlowerThanTheClock() {
     talker->speak(tone(1000, -6, 1.0));
     QVERIFY(finished.wait());
     QCOMPARE(arrivals.size(), std::size_t(50));
-    for (std::size_t i = 0; i < arrivals.size(); ++i) {
+    for (std::size_t i = 0; i < arrivals.size(); ++i)
         QVERIFY(arrivals[i] - startNs >= std::int64_t(i) * 20'000'000);
-    }
     const double lastMs = double(arrivals.back() - arrivals.front()) / 1e6;
     QVERIFY2(lastMs < 980 + 100, qPrintable(QString::number(lastMs)));
 }

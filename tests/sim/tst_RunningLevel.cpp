@@ -1,4 +1,4 @@
-#include "sim/RunningLevel.h"
+#include "sim/sound/RunningLevel.h"
 
 #include <QTest>
 

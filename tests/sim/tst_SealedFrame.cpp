@@ -1,4 +1,4 @@
-#include "sim/SealedFrame.h"
+#include "sim/wire/SealedFrame.h"
 
 #include <QTest>
 
@@ -60,9 +60,8 @@ void TestSealedFrame::opensNothingThatWasTouched() {
 void TestSealedFrame::opensNothingTooShort() {
     const QByteArray key(32, 'k');
     const QByteArray frame = sealed("p", key);
-    for (int length = 0; length < frame.size(); ++length) {
+    for (int length = 0; length < frame.size(); ++length)
         QVERIFY(!opened(frame.left(length), key));
-    }
 }
 
 void TestSealedFrame::passesEverythingWithoutAKey() {

@@ -1,5 +1,5 @@
 #include "WireServer.h"
-#include "sim/ServerCommands.h"
+#include "sim/server/ServerCommands.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>

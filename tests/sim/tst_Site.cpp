@@ -1,4 +1,4 @@
-#include "sim/Site.h"
+#include "sim/site/Site.h"
 
 #include <QDir>
 #include <QHostInfo>
@@ -26,9 +26,8 @@ QByteArray contents(QFile &file) {
 
 struct stat statusOf(const QString &path) {
     struct stat status {};
-    if (stat(QFile::encodeName(path).constData(), &status) != 0) {
+    if (stat(QFile::encodeName(path).constData(), &status) != 0)
         status.st_mode = 0;
-    }
     return status;
 }
 
@@ -98,9 +97,8 @@ void tst_Site::theMachineIsUntouched() {
 
 void tst_Site::theRestOfOptStaysInSight() {
     for (const QString &name : m_machine.optEntries) {
-        if (name.startsWith(QStringLiteral("kivo-"))) {
+        if (name.startsWith(QStringLiteral("kivo-")))
             continue;
-        }
         const struct stat outside = statusOf(QStringLiteral("/proc/self/fd/%1/%2").arg(m_machine.opt).arg(name));
         const struct stat inside = statusOf(QStringLiteral("/opt/") + name);
         QVERIFY2(outside.st_ino == inside.st_ino && outside.st_dev == inside.st_dev, qPrintable(name));
@@ -114,9 +112,8 @@ void tst_Site::theApplianceFoldersAreLikeOnABox() {
         const struct stat folder = statusOf(sitePaths().appliance + QLatin1String(name));
         QCOMPARE(folder.st_mode, mode_t(S_IFDIR | 02775));
         QCOMPARE(folder.st_uid, uid_t(0));
-        if (m_machine.isRoot && webUi != nullptr) {
+        if (m_machine.isRoot && webUi != nullptr)
             QCOMPARE(folder.st_gid, webUi->gr_gid);
-        }
     }
     QCOMPARE(statusOf(sitePaths().appliance + QStringLiteral("/sounds")).st_mode, mode_t(S_IFDIR | 0755));
 }
@@ -238,9 +235,8 @@ void tst_Site::theDaemonComesUpOnTheSite() {
 
 int main(int argc, char **argv) {
     Machine machine;
-    if (!enterPrivateSite()) {
+    if (!enterPrivateSite())
         return 1;
-    }
     const QCoreApplication app(argc, argv);
     tst_Site test(machine);
     return QTest::qExec(&test, argc, argv);

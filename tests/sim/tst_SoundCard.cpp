@@ -218,9 +218,8 @@ void tst_SoundCard::whatIsWrittenPassesTheJackAtItsTime() {
     const qint64 beforeStart = monotonicNs();
     QCOMPARE(qint64(handle.write(Samples(sound.begin(), sound.begin() + 4800))), Q_INT64_C(4800));
     const qint64 afterStart = monotonicNs();
-    for (auto at = sound.begin() + 4800; at != sound.end(); at += 960) {
+    for (auto at = sound.begin() + 4800; at != sound.end(); at += 960)
         QCOMPARE(qint64(handle.write(Samples(at, at + 960))), Q_INT64_C(960));
-    }
     QCOMPARE(snd_pcm_drain(handle), 0);
 
     const qint64 from = beforeStart - 100'000'000;
@@ -241,9 +240,8 @@ void tst_SoundCard::aStereoPlaybackIsHeardAsTheMean() {
     Handle handle(playback);
     QCOMPARE(handle.configure(), 0);
     Samples sound;
-    for (int i = 0; i < 1920; ++i) {
+    for (int i = 0; i < 1920; ++i)
         sound.insert(sound.end(), {3000, -1000});
-    }
     const qint64 from = monotonicNs();
     QCOMPARE(qint64(handle.write(sound)), Q_INT64_C(1920));
     QCOMPARE(snd_pcm_drain(handle), 0);
@@ -338,9 +336,8 @@ void tst_SoundCard::aSlowClockLeavesNoHoles() {
     Handle handle(playback);
     QCOMPARE(handle.configure(), 0);
     const qint64 from = monotonicNs();
-    for (int i = 0; i < 10; ++i) {
+    for (int i = 0; i < 10; ++i)
         QCOMPARE(qint64(handle.write(Samples(960, 7))), Q_INT64_C(960));
-    }
     QCOMPARE(snd_pcm_drain(handle), 0);
     const Samples heard = card.played(from, monotonicNs()).samples;
     const qint64 first = firstSound(heard);

@@ -104,11 +104,10 @@ void tst_SoundCardFaults::anUnderrunIsReportedAndRecovered() {
     QCOMPARE(handle.configure(), 0);
     QCOMPARE(handle.setThresholds(960, 960), 0);
     QCOMPARE(qint64(handle.write(ramp(onCommand ? 19200 : 960))), qint64(onCommand ? 19200 : 960));
-    if (onCommand) {
+    if (onCommand)
         card.underrun();
-    } else {
+    else
         QTRY_COMPARE(qint64(snd_pcm_avail_update(handle)), qint64(-EPIPE));
-    }
     QCOMPARE(qint64(handle.write(ramp(960))), qint64(-EPIPE));
     QCOMPARE(card.playbackXruns(), 1);
     QVERIFY(isSilent(card.played(monotonicNs() + 100'000, monotonicNs() + 1'000'000'000).samples));
@@ -125,9 +124,8 @@ void tst_SoundCardFaults::anUnpluggedCaptureEnds() {
     QCOMPARE(snd_pcm_start(handle), 0);
     QCOMPARE(handle.read(960).size(), std::size_t(960));
     card.unplug();
-    for (int i = 0; i < 100; ++i) {
+    for (int i = 0; i < 100; ++i)
         QVERIFY(snd_pcm_avail_update(handle) < 960);
-    }
     Samples buffer(960);
     QCOMPARE(qint64(snd_pcm_readi(handle, buffer.data(), 960)), qint64(-ENODEV));
     QCOMPARE(snd_pcm_state(handle), SND_PCM_STATE_DISCONNECTED);
@@ -162,9 +160,8 @@ void tst_SoundCardFaults::anUnplugEndsABlockedWrite() {
     const std::unique_ptr<QThread> hand(QThread::create([&card] {
         // The first frames beyond a full buffer: the write is under way and blocks.
         const QDeadlineTimer deadline(5000);
-        while (card.framesPlayed() <= 24000 && !deadline.hasExpired()) {
+        while (card.framesPlayed() <= 24000 && !deadline.hasExpired())
             QThread::yieldCurrentThread();
-        }
         card.unplug();
     }));
     hand->start();

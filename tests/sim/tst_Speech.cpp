@@ -1,4 +1,4 @@
-#include "sim/Speech.h"
+#include "sim/member/Speech.h"
 
 #include <QTest>
 
@@ -13,9 +13,8 @@ constexpr std::int64_t ms = 1'000'000;
 /// How many packets the speech gives at that time.
 int packetsAt(Speech &speech, std::int64_t nowNs) {
     int packets = 0;
-    while (speech.takeDue(nowNs)) {
+    while (speech.takeDue(nowNs))
         ++packets;
-    }
     return packets;
 }
 
@@ -91,9 +90,8 @@ void TestSpeech::codesAtTheAgreedBitRate() {
     Speech speech(tone(1000, -6, 2.0));
     speech.begin(0);
     int bytes = 0;
-    while (const auto packet = speech.takeDue(5000 * ms)) {
+    while (const auto packet = speech.takeDue(5000 * ms))
         bytes += packet->size();
-    }
     QVERIFY2(bytes > 100 * 60 && bytes < 100 * 100, qPrintable(QString::number(bytes)));
 }
 

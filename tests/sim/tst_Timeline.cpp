@@ -1,4 +1,4 @@
-#include "sim/Timeline.h"
+#include "sim/show/Timeline.h"
 
 #include <QTest>
 

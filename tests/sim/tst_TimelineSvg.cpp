@@ -1,4 +1,4 @@
-#include "sim/TimelineSvg.h"
+#include "sim/show/TimelineSvg.h"
 
 #include <QTest>
 #include <QXmlStreamReader>
@@ -22,11 +22,10 @@ QList<Element> elementsOf(const QByteArray &svg) {
     QXmlStreamReader xml(svg);
     QList<Element> elements;
     while (!xml.atEnd()) {
-        if (xml.readNext() == QXmlStreamReader::StartElement) {
+        if (xml.readNext() == QXmlStreamReader::StartElement)
             elements.append({xml.name().toString(), xml.attributes(), {}});
-        } else if (xml.isCharacters() && !elements.isEmpty()) {
+        else if (xml.isCharacters() && !elements.isEmpty())
             elements.last().text += xml.text().toString().trimmed();
-        }
     }
     return xml.hasError() ? QList<Element>() : elements;
 }
@@ -34,9 +33,8 @@ QList<Element> elementsOf(const QByteArray &svg) {
 QList<Element> named(const QList<Element> &elements, const char *name) {
     QList<Element> found;
     for (const Element &element : elements) {
-        if (element.name == QLatin1String(name)) {
+        if (element.name == QLatin1String(name))
             found.append(element);
-        }
     }
     return found;
 }
@@ -45,18 +43,16 @@ QList<Element> named(const QList<Element> &elements, const char *name) {
 QList<Element> spanBars(const QByteArray &svg) {
     QList<Element> found;
     for (const Element &element : named(elementsOf(svg), "rect")) {
-        if (element.attributes.hasAttribute(QStringLiteral("rx"))) {
+        if (element.attributes.hasAttribute(QStringLiteral("rx")))
             found.append(element);
-        }
     }
     return found;
 }
 
 QStringList textsOf(const QByteArray &svg) {
     QStringList texts;
-    for (const Element &element : named(elementsOf(svg), "text")) {
+    for (const Element &element : named(elementsOf(svg), "text"))
         texts.append(element.text);
-    }
     return texts;
 }
 
@@ -125,9 +121,8 @@ void TestTimelineSvg::everyLaneHasItsTitleAndTheAxisItsSeconds() {
     timeline.addLane(QStringLiteral("PTT"));
     timeline.setView(5 * second / 2, 11 * second / 2);
     const QStringList texts = textsOf(timelineSvg(timeline, QStringLiteral("a heading")));
-    for (const char *expected : {"a heading", "COS", "PTT", "3", "4", "5"}) {
+    for (const char *expected : {"a heading", "COS", "PTT", "3", "4", "5"})
         QVERIFY2(texts.contains(QLatin1String(expected)), expected);
-    }
     QVERIFY(!texts.contains(QStringLiteral("2")));
     QVERIFY(!texts.contains(QStringLiteral("6")));
 }

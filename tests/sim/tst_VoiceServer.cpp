@@ -1,5 +1,5 @@
 #include "WireServer.h"
-#include "sim/VoiceServer.h"
+#include "sim/server/VoiceServer.h"
 
 #include <QElapsedTimer>
 #include <QSignalSpy>
@@ -156,9 +156,8 @@ void TestVoiceServer::altersDatagramsOnTheirWay() {
     QByteArray waiting;
     m_server->setMediaPath([&waiting](const QByteArray &datagram) {
         QList<QByteArray> pieces;
-        if (!waiting.isEmpty()) {
+        if (!waiting.isEmpty())
             pieces = {datagram, waiting};
-        }
         waiting = pieces.isEmpty() ? datagram : QByteArray();
         return pieces;
     });

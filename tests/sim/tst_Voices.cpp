@@ -1,4 +1,4 @@
-#include "sim/Voices.h"
+#include "sim/sound/Voices.h"
 
 #include <QTemporaryDir>
 #include <QTest>

@@ -2,7 +2,7 @@
 
 #include "Processor.h"
 #include "TestSite.h"
-#include "sim/AudioAnalysis.h"
+#include "sim/sound/AudioAnalysis.h"
 
 #include <QTimer>
 

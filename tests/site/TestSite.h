@@ -1,8 +1,8 @@
 #pragma once
 
 #include "sim/MonotonicClock.h"
-#include "sim/RoomMember.h"
-#include "sim/Site.h"
+#include "sim/member/RoomMember.h"
+#include "sim/site/Site.h"
 
 #include <QCoreApplication>
 #include <QtTest>

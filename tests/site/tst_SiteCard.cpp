@@ -1,6 +1,6 @@
 #include "Hearing.h"
 #include "Processor.h"
-#include "sim/CardFile.h"
+#include "sim/card/CardFile.h"
 
 using namespace sim;
 

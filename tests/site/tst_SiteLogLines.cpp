@@ -1,6 +1,6 @@
 #include "Measured.h"
-#include "sim/OpusVoice.h"
-#include "sim/Pcm.h"
+#include "sim/sound/Pcm.h"
+#include "sim/wire/OpusVoice.h"
 
 using namespace sim;
 

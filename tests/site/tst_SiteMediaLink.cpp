@@ -1,8 +1,8 @@
 #include "TestSite.h"
-#include "sim/AudioAnalysis.h"
-#include "sim/AudioDatagram.h"
-#include "sim/OpusVoice.h"
-#include "sim/SealedFrame.h"
+#include "sim/sound/AudioAnalysis.h"
+#include "sim/wire/AudioDatagram.h"
+#include "sim/wire/OpusVoice.h"
+#include "sim/wire/SealedFrame.h"
 
 #include <QUdpSocket>
 

@@ -1,5 +1,5 @@
 #include "TestSite.h"
-#include "sim/CallTracer.h"
+#include "sim/site/CallTracer.h"
 
 #include <algorithm>
 #include <cerrno>

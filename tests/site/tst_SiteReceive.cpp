@@ -1,5 +1,5 @@
 #include "Hearing.h"
-#include "sim/SealedFrame.h"
+#include "sim/wire/SealedFrame.h"
 
 #include <QRandomGenerator>
 

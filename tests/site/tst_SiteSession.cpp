@@ -1,6 +1,6 @@
 #include "TestSite.h"
-#include "sim/AudioAnalysis.h"
-#include "sim/SealedFrame.h"
+#include "sim/sound/AudioAnalysis.h"
+#include "sim/wire/SealedFrame.h"
 
 #include <QDirIterator>
 

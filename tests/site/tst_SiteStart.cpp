@@ -1,5 +1,5 @@
 #include "TestSite.h"
-#include "sim/SoundCard.h"
+#include "sim/card/SoundCard.h"
 
 #include <QFileInfo>
 

@@ -1,7 +1,7 @@
 #include "Hearing.h"
 #include "Measured.h"
-#include "sim/AudioDatagram.h"
-#include "sim/SealedFrame.h"
+#include "sim/wire/AudioDatagram.h"
+#include "sim/wire/SealedFrame.h"
 
 #include <QUdpSocket>
 

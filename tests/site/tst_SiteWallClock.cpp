@@ -1,5 +1,5 @@
 #include "Measured.h"
-#include "sim/WallClock.h"
+#include "sim/site/WallClock.h"
 
 using namespace sim;
 

@@ -1,5 +1,5 @@
 #include "TestSite.h"
-#include "sim/AudioAnalysis.h"
+#include "sim/sound/AudioAnalysis.h"
 
 using namespace sim;
 
