@@ -17,6 +17,7 @@ namespace {
 constexpr int largestNonAudioPacket = 9;
 constexpr int meterFallPerTick = 5;
 constexpr int totWarningSeconds = 10;
+constexpr std::chrono::milliseconds capturePollInterval = 10ms;
 
 std::span<const unsigned char> bytesOf(const QByteArray &array) {
     return {reinterpret_cast<const unsigned char *>(array.constData()), size_t(array.size())};
@@ -38,7 +39,7 @@ AudioEngine::AudioEngine(QString warningToneFile, QObject *parent, EpochClock cl
       m_clock(std::move(clock)),
       m_warningToneFile(std::move(warningToneFile)) {
     prepareTimer(m_outputTimer, "output", 20ms, false, &AudioEngine::onOutputTimeout);
-    prepareTimer(m_capturePoll, "capturePoll", 10ms, false, &AudioEngine::onInputReadyRead);
+    prepareTimer(m_capturePoll, "capturePoll", capturePollInterval, false, &AudioEngine::onInputReadyRead);
     prepareTimer(m_reopenTimer, "reopen", 100ms, true, &AudioEngine::reopenAfterQualityChange);
     prepareTimer(m_retryTimer, "retry", 3000ms, true, &AudioEngine::retryPlayback);
     prepareTimer(m_totTimer, "tot", 0ms, true, &AudioEngine::onTotExpired);
@@ -358,6 +359,20 @@ void AudioEngine::playPcm(const QByteArray &samples, int channels) {
 void AudioEngine::onOutputTimeout() {
     for (int due = m_outputTicks.take(m_clock()); due > 0 && m_outputTimer.isActive(); --due)
         onOutputBufferTimer();
+    keepCaptureInStep();
+}
+
+/// A loop that was held up for longer than the shorter interval leaves the two timers out of step for good, and from
+/// then on wakes up half as often again.
+void AudioEngine::keepCaptureInStep() {
+    constexpr int intervalMs = int(capturePollInterval.count());
+    if (!m_capturePoll.isActive() || m_frameMs % intervalMs != 0)
+        return;
+    const int remainingMs = m_capturePoll.remainingTime();
+    const int aheadMs = (m_outputTimer.remainingTime() - remainingMs + intervalMs) % intervalMs;
+    const bool isDue = remainingMs == 0;
+    if (!isDue && aheadMs > 1 && aheadMs < intervalMs - 1)
+        m_capturePoll.start();
 }
 
 void AudioEngine::onOutputBufferTimer() {

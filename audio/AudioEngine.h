@@ -126,6 +126,7 @@ private:
     void reopenAfterQualityChange();
     void retryPlayback();
     void onOutputTimeout();
+    void keepCaptureInStep();
 
     void emitEncoded(std::span<const qint16> frame);
     void timeTalker(quint32 userId);

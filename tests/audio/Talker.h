@@ -1,6 +1,6 @@
 #pragma once
 
-#include "sim/Pcm.h"
+#include "sim/sound/Pcm.h"
 
 #include <QByteArray>
 
@@ -36,9 +36,8 @@ public:
 
     std::vector<QByteArray> say(const sim::Pcm &sound) {
         std::vector<QByteArray> packets;
-        for (std::size_t i = 0; i + m_frame <= sound.samples.size(); i += m_frame) {
+        for (std::size_t i = 0; i + m_frame <= sound.samples.size(); i += m_frame)
             packets.push_back(packet(std::span(sound.samples).subspan(i, m_frame)));
-        }
         return packets;
     }
 
@@ -60,3 +59,9 @@ private:
     std::unique_ptr<OpusEncoder, void (*)(OpusEncoder *)> m_encoder;
     std::unique_ptr<OpusDecoder, void (*)(OpusDecoder *)> m_decoder;
 };
+
+/// One packet of speech at the usual settings.
+inline QByteArray speechPacket() {
+    static const auto packets = Talker().say(sim::tone(1000, -10, 0.1));
+    return packets.back();
+}
