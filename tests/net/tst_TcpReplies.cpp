@@ -242,9 +242,9 @@ void TestTcpReplies::stopsTheHeartbeatWhenKicked() {
     QVERIFY(server.accept(client));
     QVERIFY(QTest::qWaitFor([&] { return server.peer()->peek(6) == "PING\r\n"; }));
     // Lines behind the end of the session are still read.
-    QSignalSpy rooms(&client, &TcpClient::roomListReceived);
+    QSignalSpy lists(&client, &TcpClient::roomListReceived);
     server.say(reply + "ROOMS|a\r\n");
-    QTRY_COMPARE(rooms.count(), 1);
+    QTRY_COMPARE(lists.count(), 1);
     QVERIFY(server.heard(client).endsWith("QUIT\r\n"));
     QCOMPARE(activeTimers(client), 0);
 }
