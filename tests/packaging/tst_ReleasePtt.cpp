@@ -29,11 +29,9 @@ private Q_SLOTS:
 
 void TestReleasePtt::aDaemonThatIsKilledWhileKeyedLeavesNoTransmitterOn() {
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
-    member->startTalking();
-    QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
+    QVERIFY(site.keysFor(*member));
 
     site.daemon().kill();
     QVERIFY(site.board().isKeyed());

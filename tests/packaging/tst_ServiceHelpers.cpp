@@ -101,8 +101,7 @@ private Q_SLOTS:
 
 void TestServiceHelpers::stoppingEndsBothTransmissionsBeforeTheDaemonIsKilled() {
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     member->startTalking();
     site.board().setSquelch(true);

@@ -57,8 +57,8 @@ constexpr int slowness = 6;
 #define VERIFY_NO_PEAK(expense) Q_UNUSED(expense)
 #define VERIFY_MEMORY(expense, most)                                                                                   \
     do {                                                                                                               \
-        Q_UNUSED(expense);                                                                                             \
-        Q_UNUSED(most);                                                                                                \
+        Q_UNUSED((expense));                                                                                           \
+        Q_UNUSED((most));                                                                                              \
     } while (false)
 #else
 constexpr int slowness = 1;

@@ -102,6 +102,15 @@ public:
         return waitFor([&] { return member->isReady(); }, 10000) ? std::move(member) : nullptr;
     }
 
+    /// The gateway in the lobby, and a member with it; null when one of them does not get there.
+    std::unique_ptr<sim::RoomMember> bringUpWithMember() { return bringUp() ? memberIn("Lobby"_s) : nullptr; }
+
+    /// The member talks, upon which the gateway keys the radio.
+    bool keysFor(sim::RoomMember &member) {
+        member.startTalking();
+        return waitFor([&] { return board().isKeyed(); }, 5000);
+    }
+
     /// Until the gateway says that it is in that room, and has a media link made after that moment.
     bool waitUntilBack(const QString &room, std::int64_t afterNs, int timeoutMs = 10000) {
         const QString joined = "[Room] Bergabung ke room: \""_s + room + u'"';

@@ -101,12 +101,10 @@ void TestSiteBoard::aBoardThatVanishesWhileTheSquelchIsOpenEndsTheTransmission()
 
 void TestSiteBoard::aBoardThatVanishesWhileKeyedLeavesTheRestAtWork() {
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     const double idle = processorLoad(site);
-    member->startTalking();
-    QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
+    QVERIFY(site.keysFor(*member));
     site.board().vanish();
     QVERIFY(site.waitForLog(lost, 2000));
     VERIFY_NOT_BUSIER(site, idle);
@@ -147,11 +145,9 @@ void TestSiteBoard::nonsenseFromTheBoardOpensNoSquelch() {
 
 void TestSiteBoard::theEmergencyStopReleasesTheTransmitter() {
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
-    member->startTalking();
-    QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
+    QVERIFY(site.keysFor(*member));
     site.dropFile("kivo-cmd-stop.json"_s, R"({"action":"tx_stop_emergency"})");
     QVERIFY(Site::waitFor([&] { return !site.board().isKeyed(); }, 2000));
     QCOMPARE(site.board().linesHeard().last(), QByteArray("PTT:0"));

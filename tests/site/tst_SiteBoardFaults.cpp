@@ -37,8 +37,7 @@ private Q_SLOTS:
 void TestSiteBoardFaults::aBoardThatResetsEverySecondEndsEachTransmissionAndIsKeyedForEachTalk() {
     constexpr int resets = 10;
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     site.board().announceReady();
     QVERIFY(site.waitForLog("[Arduino] Ready"_s, 5000));
@@ -50,8 +49,7 @@ void TestSiteBoardFaults::aBoardThatResetsEverySecondEndsEachTransmissionAndIsKe
         // A call from the radio and a talk in the room, both in the midst of which the board starts anew.
         site.board().setSquelch(true);
         QVERIFY(Site::waitFor([&] { return site.server().isTalking(site.gateway()); }, 5000));
-        member->startTalking();
-        QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
+        QVERIFY(site.keysFor(*member));
         const std::int64_t resetNs = monotonicNs();
         site.board().reset();
         QVERIFY(Site::waitFor([&] { return !site.server().isTalking(site.gateway()); }, 5000));
@@ -87,12 +85,10 @@ void TestSiteBoardFaults::aFloodFromTheBoardDelaysNoRelease() {
     constexpr int megabytes = 24; // seven hours of a serial line of 9600 baud
     QFETCH(QByteArray, bytes);
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     QVERIFY(site.waitForLog("[Appliance] Gateway info saved"_s, 5000));
-    member->startTalking();
-    QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
+    QVERIFY(site.keysFor(*member));
     QVERIFY(site.waitForLog("[TX] \"EF2GH\" TX"_s, 2000));
     const Expense expense(site);
     QByteArray megabyte;
@@ -124,12 +120,10 @@ void TestSiteBoardFaults::aFloodFromTheBoardDelaysNoRelease() {
 void TestSiteBoardFaults::aBoardThatAlwaysHasNewsIsObeyedToTheLast() {
     constexpr int times = 1000;
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     QVERIFY(site.waitForLog("[Appliance] Gateway info saved"_s, 5000));
-    member->startTalking();
-    QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
+    QVERIFY(site.keysFor(*member));
     QVERIFY(site.waitForLog("[TX] \"EF2GH\" TX"_s, 2000));
     const int linesOfSquelch = [&] {
         const Expense expense(site);
@@ -162,8 +156,7 @@ void TestSiteBoardFaults::aBoardThatAlwaysHasNewsIsObeyedToTheLast() {
 
 void TestSiteBoardFaults::aBoardThatVanishesInTheMidstOfBothTransmissionsEndsTheOneIntoTheRoom() {
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     QVERIFY(site.waitForLog("[Appliance] Gateway info saved"_s, 5000));
     site.board().setSquelch(true);

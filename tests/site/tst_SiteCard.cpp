@@ -24,8 +24,7 @@ bool isAtWork(TestSite &site, RoomMember &member) {
     };
     if (!follows(true) || !follows(false))
         return false;
-    member.startTalking();
-    const bool keyed = Site::waitFor([&] { return site.board().isKeyed(); }, 5000);
+    const bool keyed = site.keysFor(member);
     member.stopTalking();
     return keyed && Site::waitFor([&] { return !site.board().isKeyed(); }, 5000);
 }
@@ -66,8 +65,7 @@ void TestSiteCard::aCardOf44100HzPlaysButDoesNotCapture() {
 
 void TestSiteCard::aStereoCardWorksBothWays() {
     TestSite site(cardOf(48000, 2));
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     site.card().feed(tone(radioHertz, -10, 30));
     const Pcm heard = undisturbed(site, [&] { return heardInRoom(site, *member, 60); });
@@ -79,8 +77,7 @@ void TestSiteCard::aStereoCardWorksBothWays() {
 void TestSiteCard::anOverrunCostsAMomentOfCapture() {
     constexpr int overruns = 3;
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     site.card().feed(tone(radioHertz, -10, 60));
     site.board().setSquelch(true);
@@ -104,8 +101,7 @@ void TestSiteCard::anOverrunCostsAMomentOfCapture() {
 void TestSiteCard::anUnderrunCostsAMomentOfPlayback() {
     constexpr int underruns = 3;
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     member->speak(tone(roomHertz, -10, 30));
     const auto isHeard = [&](double seconds) {
@@ -126,8 +122,7 @@ void TestSiteCard::anUnderrunCostsAMomentOfPlayback() {
 
 void TestSiteCard::anUnpluggedCardLeavesTheRestAtWorkAndComesBackWithTheNextQuality() {
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     const double idle = processorLoad(site);
     site.card().feed(tone(radioHertz, -10, 60));

@@ -138,8 +138,7 @@ void TestSiteCardFaults::aFailingCardDelaysNoReleaseAndItsSoundComesBack() {
     QFETCH(Act, heal);
     QFETCH(bool, isHeardMeanwhile);
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     QVERIFY(site.waitForLog("[Appliance] Gateway info saved to config.json"_s, 5000)); // the login's last line
     talkBothWays(site, *member);
@@ -173,8 +172,7 @@ void TestSiteCardFaults::aFailingCardDelaysNoReleaseAndItsSoundComesBack() {
 /// For less than the card holds, again and again.
 void TestSiteCardFaults::aProcessorTakenAwayForMomentsCostsNoSound() {
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     const auto process = pid_t(site.daemon().processId());
     const auto stopForAMoment = [&] {
@@ -225,8 +223,7 @@ void TestSiteCardFaults::aCardThatComesBackAsAnotherIsTakenAsItIs() {
     QFETCH(int, channels);
     QFETCH(bool, captures);
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     talkBothWays(site, *member);
     site.card().unplug();

@@ -76,12 +76,10 @@ void TestSiteComingBack::aTransmissionEndsWithTheLink() {
 
 void TestSiteComingBack::theRadioIsReleasedWithTheLink() {
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     // Only the gateway's link is lost: the list that ends the talk never comes.
-    member->startTalking();
-    QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
+    QVERIFY(site.keysFor(*member));
     site.server().setReplyPath([](const QByteArray &) { return QList<QByteArray>(); });
     site.server().stop();
     QVERIFY(Site::waitFor([&] { return !site.board().isKeyed(); }, 2000));
@@ -94,8 +92,7 @@ void TestSiteComingBack::theRadioIsReleasedWithTheLink() {
     QVERIFY(Site::waitFor([&] { return site.server().roomOf(site.gateway()) == "Lobby"_s; }, 15000));
     const auto next = site.memberIn("Lobby"_s);
     QVERIFY(next);
-    next->startTalking();
-    QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
+    QVERIFY(site.keysFor(*next));
     next->stopTalking();
     QVERIFY(Site::waitFor([&] { return !site.board().isKeyed(); }, 5000));
     QCOMPARE(int(site.board().keyings().size()), 4);

@@ -108,8 +108,7 @@ void TestSiteDiskFaults::setTot(TestSite &site, int seconds) {
 
 void TestSiteDiskFaults::aFolderThatCannotBeWrittenCostsOnlyTheSave() {
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     QVERIFY(site.waitForLog("[Appliance] Gateway info saved"_s, 5000));
     const QByteArray before = contentOf(configFile());
@@ -133,8 +132,7 @@ void TestSiteDiskFaults::aFullDiskLeavesTheOldConfiguration() {
     TestSite site;
     Mounted disk = Mounted::smallDisk(configFolder());
     QVERIFY(disk.isThere());
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     QVERIFY(site.waitForLog("[Appliance] Gateway info saved"_s, 5000));
     const QByteArray before = contentOf(configFile());
@@ -160,8 +158,7 @@ void TestSiteDiskFaults::aFullExchangeFolderHoldsUpNoCommandAndFillsAgainOnceThe
     site.dropFile("prepared"_s, R"({"action":"set_tot","value":60})");
     {
         const Filler filler(exchangeFolder());
-        QVERIFY(site.bringUp());
-        const auto member = site.memberIn("Lobby"_s);
+        const auto member = site.bringUpWithMember();
         QVERIFY(member);
         QVERIFY(site.waitForLog("[Appliance] Gateway info saved"_s, 5000));
         const Expense expense(site);

@@ -80,11 +80,9 @@ void TestSiteKilled::aLockWhoseProcessIsAnotherProgramByNowIsNoObstacle() {
 
 void TestSiteKilled::aTalkThatGoesOnMeanwhileIsReleasedAtItsEnd() {
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
-    member->startTalking();
-    QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
+    QVERIFY(site.keysFor(*member));
     site.daemon().kill();
     const std::int64_t startedNs = monotonicNs();
     QVERIFY(site.daemon().start());

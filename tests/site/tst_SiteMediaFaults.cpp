@@ -22,8 +22,7 @@ private:
 
 void TestSiteMediaFaults::initTestCase() {
     m_site = std::make_unique<TestSite>();
-    QVERIFY(m_site->bringUp());
-    m_member = m_site->memberIn("Lobby"_s);
+    m_member = m_site->bringUpWithMember();
     QVERIFY(m_member);
 }
 

@@ -15,8 +15,7 @@ void TestSiteMediaFaultsLong::whatArrivesIsHeardAndTheRadioReleased() {
     QFETCH(MediaFault, fault);
     QFETCH(int, percent);
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     verifyTheTalkComesThrough(site, *member, fault, percent, 8.0);
 }

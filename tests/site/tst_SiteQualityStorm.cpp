@@ -34,8 +34,7 @@ private:
 
 void TestSiteQualityStorm::initTestCase() {
     m_site = std::make_unique<TestSite>();
-    QVERIFY(m_site->bringUp());
-    m_member = m_site->memberIn("Lobby"_s);
+    m_member = m_site->bringUpWithMember();
     QVERIFY(m_member);
     m_expense = std::make_unique<Expense>(*m_site);
     m_member->speak(tone(roomHertz, -10, 60));

@@ -84,8 +84,7 @@ void TestSiteReceive::theRadioSendsWhatTheRoomSays() {
     QFETCH(double, onAirDbfs);
     TestSite site;
     site.writeConfig({{"speaker_gain"_s, speakerGain}});
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     const Pcm onAir = undisturbed(site, [&] { return heardOnAir(site, *member, tone(toneHertz, -10, 2.0)); });
     VERIFY_BETWEEN(onAir.seconds(), 1.2, 2.1); // what is still under way when the talker ends is not sent
@@ -110,8 +109,7 @@ void TestSiteReceive::automaticGainIsAsConfigured() {
     QFETCH(double, onAirDbfs);
     TestSite site;
     site.writeConfig({{"agc_enabled"_s, enabled}});
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     const Pcm onAir = undisturbed(site, [&] { return heardOnAir(site, *member, tone(toneHertz, -3, 2.0)); });
     VERIFY_TONE(middle(onAir), toneHertz, onAirDbfs);
@@ -119,12 +117,10 @@ void TestSiteReceive::automaticGainIsAsConfigured() {
 
 void TestSiteReceive::theTransmitterFollowsTheList() {
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     for (int turn = 1; turn <= 3; ++turn) {
-        member->startTalking();
-        QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
+        QVERIFY(site.keysFor(*member));
         QVERIFY(Site::waitFor([&] { return site.countLines("info"_s, "[TX] \"EF2GH\" TX"_s) == turn; }, 1000));
         member->stopTalking();
         QVERIFY(Site::waitFor([&] { return !site.board().isKeyed(); }, 5000));
@@ -134,8 +130,7 @@ void TestSiteReceive::theTransmitterFollowsTheList() {
     QCOMPARE(site.board().linesHeard().count("PTT:0"), 3);
 
     // A talker who goes without a word is no longer in the list.
-    member->startTalking();
-    QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
+    QVERIFY(site.keysFor(*member));
     member->disconnectFromServer();
     QVERIFY(Site::waitFor([&] { return !site.board().isKeyed(); }, 5000));
 }

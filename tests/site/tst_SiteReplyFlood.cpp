@@ -34,11 +34,9 @@ private:
 
 void TestSiteReplyFlood::init() {
     m_site = std::make_unique<TestSite>();
-    QVERIFY(m_site->bringUp());
-    m_member = m_site->memberIn("Lobby"_s);
+    m_member = m_site->bringUpWithMember();
     QVERIFY(m_member);
-    m_member->startTalking();
-    QVERIFY(Site::waitFor([&] { return m_site->board().isKeyed(); }, 5000));
+    QVERIFY(m_site->keysFor(*m_member));
 }
 
 void TestSiteReplyFlood::cleanup() {

@@ -21,11 +21,9 @@ private Q_SLOTS:
 
 void TestSiteServerGone::aPeerGoneWhileTheLinkIdlesIsNoticedAndTheRadioReleased() {
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
-    member->startTalking();
-    QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
+    QVERIFY(site.keysFor(*member));
     const Expense expense(site);
     const std::int64_t goneNs = monotonicNs();
     site.server().setSilent(true);

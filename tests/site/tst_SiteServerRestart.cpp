@@ -34,8 +34,7 @@ void TestSiteServerRestart::aTalkIsCutShortAndTheNextOnesAreWhole() {
     QFETCH(bool, radioTalks);
     QFETCH(bool, memberTalks);
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     const Expense expense(site);
     site.card().feed(tone(radioHertz, -10, 60));

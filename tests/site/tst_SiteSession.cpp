@@ -228,11 +228,9 @@ void TestSiteSession::aMoveBringsTheKeyOfTheNewRoom() {
 
 void TestSiteSession::aMoveReleasesTheRadioOfTheOldRoomsTalker() {
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
-    member->startTalking();
-    QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
+    QVERIFY(site.keysFor(*member));
     QVERIFY(site.logsOnce("info"_s, "[TX] \"EF2GH\" TX"_s));
     site.server().move(site.gateway(), "Hilltop"_s);
     QVERIFY(Site::waitFor([&] { return !site.board().isKeyed(); }, 2000));
@@ -242,11 +240,9 @@ void TestSiteSession::aMoveReleasesTheRadioOfTheOldRoomsTalker() {
 
 void TestSiteSession::theRadioIsReleasedWhenTheRoomIsLeft() {
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
-    member->startTalking();
-    QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
+    QVERIFY(site.keysFor(*member));
     site.dropFile("kivo-cmd-1.json"_s, R"({"action":"leave"})");
     QVERIFY(Site::waitFor([&] { return !site.board().isKeyed(); }, 5000));
     QVERIFY(site.waitForLine("info"_s, "[Room] Keluar dari room: \"Lobby\""_s, 2000));
@@ -258,11 +254,9 @@ void TestSiteSession::theRadioIsReleasedWhenTheRoomIsLeft() {
 
 void TestSiteSession::aKickEndsTheSessionAndTheGatewayComesBack() {
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
-    member->startTalking();
-    QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
+    QVERIFY(site.keysFor(*member));
     const std::int64_t kickedNs = monotonicNs();
     // The words alone: it is the gateway that takes its leave.
     site.server().sendRaw(site.gateway(), "KICKED|Terlalu|berisik\r\n");

@@ -70,8 +70,7 @@ void TestSiteStrangers::init() {
     m_site = std::make_unique<TestSite>();
     m_site->server().setRoomKey("Lobby"_s, key);
     m_site->server().setRoomKey("Hilltop"_s, key);
-    QVERIFY(m_site->bringUp());
-    m_member = m_site->memberIn("Lobby"_s);
+    m_member = m_site->bringUpWithMember();
     QVERIFY(m_member);
 }
 
@@ -105,8 +104,7 @@ void TestSiteStrangers::aTalkIsUntouchedByForgedDatagrams() {
 
 void TestSiteStrangers::aForeignKeyIsSilenceThatCostsNothing() {
     Voice voice(QByteArray(32, 'X'));
-    m_member->startTalking();
-    QVERIFY(Site::waitFor([&] { return m_site->board().isKeyed(); }, 5000));
+    QVERIFY(m_site->keysFor(*m_member));
     QVERIFY(m_site->waitForLog("[TX] \"EF2GH\" TX"_s, 2000));
     const std::int64_t fromNs = monotonicNs();
     const Expense expense(*m_site);

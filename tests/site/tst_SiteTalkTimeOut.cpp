@@ -56,8 +56,7 @@ void TestSiteTalkTimeOut::theTalkerIsWarnedThenCutOffAndHisNextPacketStartsOver(
     constexpr double beepHertz = 880;
     TestSite site;
     site.writeConfig({{"tot_duration"_s, 12}});
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     member->speak(tone(speechHertz, -30, 20));
     QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
@@ -101,8 +100,7 @@ void TestSiteTalkTimeOut::theTalkerIsWarnedThenCutOffAndHisNextPacketStartsOver(
     QVERIFY(!site.board().isKeyed());
     QVERIFY(member->isSpeaking());
     member->stopTalking();
-    member->startTalking();
-    QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
+    QVERIFY(site.keysFor(*member));
 }
 
 void TestSiteTalkTimeOut::aToneFileIsPlayedInPlaceOfTheBeeps() {
@@ -110,8 +108,7 @@ void TestSiteTalkTimeOut::aToneFileIsPlayedInPlaceOfTheBeeps() {
     TestSite site;
     site.writeConfig({{"tot_duration"_s, 11}});
     QVERIFY(writeWav(toneFile, tone(fileHertz, -20, 0.4, 44100)));
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     member->speak(tone(413, -40, 4));
     QVERIFY(site.waitForLog("[TOT] Warning tone dari WAV: \""_s + toneFile + u'"', 10000));
@@ -135,8 +132,7 @@ void TestSiteTalkTimeOut::aToneFileIsPlayedInPlaceOfTheBeeps() {
 void TestSiteTalkTimeOut::aShortLimitComesWithoutAWarning() {
     TestSite site;
     site.writeConfig({{"tot_duration"_s, 2}});
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     member->speak(tone(413, -20, 5));
     QVERIFY(site.waitForLog("[TOT] PTT dimatikan"_s, 6000));

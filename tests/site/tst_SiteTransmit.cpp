@@ -80,8 +80,7 @@ void TestSiteTransmit::theRoomHearsWhatTheRadioHears() {
     QFETCH(double, heardDbfs);
     TestSite site;
     site.writeConfig({{"mic_gain"_s, micGain}});
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     site.card().feed(tone(toneHertz, fedDbfs, 60));
     const Pcm heard = undisturbed(site, [&] { return heardInRoom(site, *member, 75); });
@@ -150,8 +149,7 @@ void TestSiteTransmit::oneDatagramGoesOutPerFrameWhileTheSquelchIsOpenAndNoneWhi
 
 void TestSiteTransmit::theFirstFrameLeavesWithoutDelay() {
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     site.card().feed(tone(toneHertz, -10, 60));
     QVERIFY(waitForCaptured(site, 20)); // whatever silence the card still held has been read

@@ -88,8 +88,7 @@ void TestSiteWebUiSound::theLevelsFollowATone() {
 
 void TestSiteWebUiSound::aMutedSpeakerIsNeverKeyedAndComesBackKeyed() {
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     member->speak(tone(700, -10, 20));
     QVERIFY(Site::waitFor([&] { return site.board().isKeyed(); }, 5000));
@@ -124,8 +123,7 @@ void TestSiteWebUiSound::aMutedSpeakerIsNeverKeyedAndComesBackKeyed() {
 
 void TestSiteWebUiSound::aMutedMicrophoneSendsNothing() {
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     site.card().feed(tone(1013, -10, 30));
     site.dropFile("kivo-cmd-1.json"_s, R"({"action":"mute_mic"})");
@@ -141,8 +139,7 @@ void TestSiteWebUiSound::aMutedMicrophoneSendsNothing() {
 
 void TestSiteWebUiSound::aGainTakesEffectAtOnceAndIsSavedWithTheNextSetting() {
     TestSite site;
-    QVERIFY(site.bringUp());
-    const auto member = site.memberIn("Lobby"_s);
+    const auto member = site.bringUpWithMember();
     QVERIFY(member);
     QVERIFY(site.waitForLog("[Appliance] Gateway info saved to config.json"_s, 5000)); // the last of the login's own
     site.card().feed(tone(1013, -20, 30));
