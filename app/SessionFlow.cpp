@@ -90,7 +90,8 @@ void SessionFlow::onJoinRoomResult(bool success, const QString &room) {
     if (!session.currentRoom.isEmpty() && session.currentRoom != room)
         m_traffic.forgetTalker();
     session.currentRoom = room;
-    m_gateway.config.object().insert(QStringLiteral("last_room"), room);
+    if (room.size() <= Settings::longestServerText)
+        m_gateway.config.object().insert(QStringLiteral("last_room"), room);
     m_gateway.config.save();
     m_files.writeStatus();
     qInfo() << "[Room] Bergabung ke room:" << room;
@@ -131,7 +132,7 @@ void SessionFlow::connectIfIdle() {
 }
 
 void SessionFlow::reconnect() {
-    if (!m_gateway.session.loginBlocked)
+    if (!m_gateway.session.loginBlocked && !Settings::serverAddress(m_gateway.config.object()).isEmpty())
         m_gateway.connectToServer();
 }
 

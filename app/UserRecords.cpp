@@ -161,7 +161,7 @@ bool UserRecords::markMuted(QJsonArray &records, int userId, bool muted) {
 void UserRecords::storeGatewayInfo(QJsonObject &config, const QVariantMap &user) {
     for (const ProfileField &field : profileFields) {
         const QString given = pick(user, field.source, field.otherSource).toString();
-        if (!given.isEmpty())
+        if (!given.isEmpty() && given.size() <= Settings::longestServerText)
             field.store(config, given);
     }
 }

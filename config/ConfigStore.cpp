@@ -19,7 +19,7 @@
 
 namespace {
 
-constexpr qint64 maxFileBytes = 1 << 20;
+constexpr qint64 maxFileBytes = 1 << 20; ///< of a file that is read or written
 
 void warnWithReason(const char *complaint) {
     const int reason = errno;
@@ -168,9 +168,15 @@ bool ConfigStore::save(QJsonObject &object) {
         qWarning() << "[Config] Could not acquire lock after 5s";
         return false;
     }
-    object = mergedWithFile(path, object);
-    if (!replaceFile(path, QJsonDocument(object).toJson(QJsonDocument::Indented)))
+    const QJsonObject merged = mergedWithFile(path, object);
+    const QByteArray json = QJsonDocument(merged).toJson(QJsonDocument::Indented);
+    if (json.size() > maxFileBytes) {
+        qWarning() << "[Config] Configuration too large, not saved";
         return false;
+    }
+    if (!replaceFile(path, json))
+        return false;
+    object = merged;
     SharedFile::shareWithWebUi(lock);
     return true;
 }

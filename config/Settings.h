@@ -7,6 +7,10 @@
 /// that change the object in memory only.
 namespace Settings {
 
+/// Characters of the longest text of the server's that is kept among the settings. A longer one is no name, and the
+/// file must stay one that is read again.
+constexpr int longestServerText = 1000;
+
 QString serverAddress(const QJsonObject &config);
 int serverPort(const QJsonObject &config); ///< 1..65535; anything else counts as missing
 QString audioInput(const QJsonObject &config);

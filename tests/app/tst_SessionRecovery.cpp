@@ -131,6 +131,16 @@ private Q_SLOTS:
         QVERIFY(!failures.wait(50));
     }
 
+    void withoutAnAddressAnAttemptIsNotRepeated() {
+        TestSession test(account());
+        test.gateway.config.object().insert("server_address"_s, QString());
+        LogCapture log;
+        test.gateway.connectToServer();
+        QTRY_COMPARE(log.lines().filter("[TCP] Error"_s).size(), 1);
+        QVERIFY(isLeftAlone(test));
+        QCOMPARE(log.lines().filter("[TCP] Connecting"_s).size(), 1);
+    }
+
     void aBlockedLoginIsNotTriedAfterAFailedAttempt() {
         TestSession test(account());
         test.server.close();

@@ -151,6 +151,13 @@ private Q_SLOTS:
                                       {"email"_s, "old@x"_s},
                                       {"whatsapp"_s, "62812"_s}}));
     }
+
+    void gatewayInfoKeepsNoEndlessText() {
+        QJsonObject config;
+        UserRecords::storeGatewayInfo(config, {{"gateway_name"_s, QString(1001, QLatin1Char('x'))},
+                                               {"location"_s, QString(1000, QLatin1Char('y'))}});
+        QCOMPARE(config, (QJsonObject{{"location"_s, QString(1000, QLatin1Char('y'))}}));
+    }
 };
 
 QTEST_APPLESS_MAIN(TestUserRecords)

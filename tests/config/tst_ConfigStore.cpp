@@ -18,7 +18,7 @@ QJsonObject objectIn(const QString &path) {
 
 } // namespace
 
-class tst_ConfigStore : public StoreBench {
+class TestConfigStore : public StoreBench {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -32,13 +32,14 @@ private Q_SLOTS:
     void keepsWhatOnlyTheFileHolds();
     void replacesAFileThatIsNoObject_data();
     void replacesAFileThatIsNoObject();
+    void savesNothingThatItWouldNotReadAgain();
     void savesAnObjectOfTheCallers();
     void leavesTheOldFileWholeForItsReaders();
     void sharesTheFilesWithTheWebUi();
     void writersThatTakeTheLockLoseNothing();
 };
 
-void tst_ConfigStore::loadsWhatTheFileHolds_data() {
+void TestConfigStore::loadsWhatTheFileHolds_data() {
     QTest::addColumn<QByteArray>("file"); // null: no file
     QTest::addColumn<QString>("log");
     QTest::addColumn<QJsonObject>("object");
@@ -88,7 +89,7 @@ void tst_ConfigStore::loadsWhatTheFileHolds_data() {
         << QByteArray("{\"callsign\": null}") << QString() << with("callsign", QJsonValue());
 }
 
-void tst_ConfigStore::loadsWhatTheFileHolds() {
+void TestConfigStore::loadsWhatTheFileHolds() {
     QFETCH(QByteArray, file);
     QFETCH(QString, log);
     QFETCH(QJsonObject, object);
@@ -99,7 +100,7 @@ void tst_ConfigStore::loadsWhatTheFileHolds() {
     QCOMPARE(m_log->take(), log.isEmpty() ? QStringList() : QStringList(log));
 }
 
-void tst_ConfigStore::loadsOnceAndWritesNothing() {
+void TestConfigStore::loadsOnceAndWritesNothing() {
     write(config(), "{\"a\": 1}");
     ConfigStore loading = store();
     QJsonObject &first = loading.object();
@@ -109,14 +110,14 @@ void tst_ConfigStore::loadsOnceAndWritesNothing() {
     QCOMPARE(contentOf(config()), QByteArray("{\"a\": 2}"));
 }
 
-void tst_ConfigStore::createsTheFolderWithItsParents() {
+void TestConfigStore::createsTheFolderWithItsParents() {
     const ConfigStore deep(at("one/two/three"));
     QVERIFY(!QFile::exists(at("one")));
     QCOMPARE(deep.configPath(), at("one/two/three/config.json"));
     QVERIFY(S_ISDIR(statusOf(at("one/two/three")).st_mode));
 }
 
-void tst_ConfigStore::savesIndentedText() {
+void TestConfigStore::savesIndentedText() {
     QJsonObject object = {{text("b"), text("é")}, {text("a"), QJsonArray{1, true}}};
     QVERIFY(store().save(object));
     QCOMPARE(contentOf(config()), QByteArray("{\n"
@@ -130,7 +131,7 @@ void tst_ConfigStore::savesIndentedText() {
     QVERIFY(!QFile::exists(at("config.json.tmp")));
 }
 
-void tst_ConfigStore::savesInsertedDefaults() {
+void TestConfigStore::savesInsertedDefaults() {
     write(config(), "{\"baudrate\": null}");
     ConfigStore loading = store();
     loading.object();
@@ -140,7 +141,7 @@ void tst_ConfigStore::savesInsertedDefaults() {
     QCOMPARE(objectIn(config()).value(text("ptt_pin")), QJsonValue(text("RTS")));
 }
 
-void tst_ConfigStore::keepsWhatOnlyTheFileHolds() {
+void TestConfigStore::keepsWhatOnlyTheFileHolds() {
     write(config(), "{\"callsign\": \"OLD\", \"volume\": 3}");
     ConfigStore loading = store();
     loading.object().insert(text("callsign"), text("MINE"));
@@ -154,7 +155,7 @@ void tst_ConfigStore::keepsWhatOnlyTheFileHolds() {
     QCOMPARE(loading.object(), saved);
 }
 
-void tst_ConfigStore::replacesAFileThatIsNoObject_data() {
+void TestConfigStore::replacesAFileThatIsNoObject_data() {
     QTest::addColumn<QByteArray>("file"); // null: no file
     QTest::newRow("no file") << QByteArray();
     QTest::newRow("empty") << QByteArray("");
@@ -163,7 +164,7 @@ void tst_ConfigStore::replacesAFileThatIsNoObject_data() {
     QTest::newRow("garbage") << QByteArray("{\"a\":");
 }
 
-void tst_ConfigStore::replacesAFileThatIsNoObject() {
+void TestConfigStore::replacesAFileThatIsNoObject() {
     QFETCH(QByteArray, file);
     if (!file.isNull())
         write(config(), file);
@@ -174,7 +175,21 @@ void tst_ConfigStore::replacesAFileThatIsNoObject() {
     QCOMPARE(m_log->take(), giveAwayWarnings());
 }
 
-void tst_ConfigStore::savesAnObjectOfTheCallers() {
+void TestConfigStore::savesNothingThatItWouldNotReadAgain() {
+    write(config(), "{\"ptt_invert\": true}");
+    ConfigStore loading = store();
+    loading.object().insert(text("last_room"), QString(1 << 20, QLatin1Char('x')));
+    QVERIFY(!loading.save());
+    QCOMPARE(m_log->take(), QStringList{text("warning [Config] Configuration too large, not saved")});
+    QCOMPARE(contentOf(config()), QByteArray("{\"ptt_invert\": true}"));
+    QVERIFY(!QFile::exists(at("config.json.tmp")));
+
+    loading.object().insert(text("last_room"), QString((1 << 20) - 1000, QLatin1Char('x')));
+    QVERIFY(loading.save());
+    QVERIFY(store().object().value(text("ptt_invert")).toBool());
+}
+
+void TestConfigStore::savesAnObjectOfTheCallers() {
     write(config(), "{\"a\": 1, \"b\": 2}");
     QJsonObject object = {{text("b"), 3}};
     QVERIFY(store().save(object));
@@ -182,7 +197,7 @@ void tst_ConfigStore::savesAnObjectOfTheCallers() {
     QCOMPARE(objectIn(config()), object);
 }
 
-void tst_ConfigStore::leavesTheOldFileWholeForItsReaders() {
+void TestConfigStore::leavesTheOldFileWholeForItsReaders() {
     write(config(), "{\"a\": 1}");
     write(at("config.json.tmp"), QByteArray(5000, 'x')); // left behind by a power cut
     QFile reader(config());
@@ -193,7 +208,7 @@ void tst_ConfigStore::leavesTheOldFileWholeForItsReaders() {
     QCOMPARE(contentOf(config()), QByteArray("{\n    \"a\": 2\n}\n"));
 }
 
-void tst_ConfigStore::sharesTheFilesWithTheWebUi() {
+void TestConfigStore::sharesTheFilesWithTheWebUi() {
     const mode_t umaskBefore = ::umask(077);
     QJsonObject object;
     const bool isSaved = store().save(object);
@@ -211,7 +226,7 @@ void tst_ConfigStore::sharesTheFilesWithTheWebUi() {
     }
 }
 
-void tst_ConfigStore::writersThatTakeTheLockLoseNothing() {
+void TestConfigStore::writersThatTakeTheLockLoseNothing() {
     constexpr int savesEach = 25;
     const auto writeKeys = [this](const char *prefix) {
         for (int i = 0; i < savesEach; ++i) {
@@ -225,5 +240,5 @@ void tst_ConfigStore::writersThatTakeTheLockLoseNothing() {
     QCOMPARE(objectIn(config()).size(), 2 * savesEach);
 }
 
-QTEST_APPLESS_MAIN(tst_ConfigStore)
+QTEST_APPLESS_MAIN(TestConfigStore)
 #include "tst_ConfigStore.moc"
