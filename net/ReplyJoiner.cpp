@@ -12,9 +12,11 @@ const QLatin1String splitKeywords[] = {QLatin1String("USER_PROFILE"), QLatin1Str
                                        QLatin1String("ANNOUNCEMENTS")};
 
 bool isFirstHalf(const QString &line) {
-    const QString firstWord = line.section(QLatin1Char(' '), 0, 0);
-    return std::find(std::begin(splitKeywords), std::end(splitKeywords), firstWord) != std::end(splitKeywords) &&
-           !line.contains(QLatin1Char('|'));
+    if (line.contains(QLatin1Char('|')))
+        return false;
+    const int blank = line.indexOf(QLatin1Char(' '));
+    const auto firstWord = QStringView(line).left(blank < 0 ? line.size() : blank);
+    return std::find(std::begin(splitKeywords), std::end(splitKeywords), firstWord) != std::end(splitKeywords);
 }
 
 } // namespace

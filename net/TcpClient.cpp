@@ -5,6 +5,7 @@
 #include "net/TcpReplies.h"
 
 #include <QDebug>
+#include <QElapsedTimer>
 #include <QTcpSocket>
 
 #include <algorithm>
@@ -14,9 +15,10 @@
 
 namespace {
 
-/// What is taken from the network in one turn of the event loop, so that a flood of replies cannot hold up the radio.
-/// The kernel keeps the rest, and the server waits.
+/// What is taken from the network in one turn of the event loop, and how long its replies may take (some are written to
+/// the disk), so that a flood of them cannot hold up the radio. The kernel keeps the rest, and the server waits.
 constexpr qint64 bytesPerTurn = 4096;
+constexpr qint64 turnMs = 4;
 
 /// The bytes of one command. A line end or NUL inside would start a second command or cut this one short.
 QByteArray commandBytes(QString line) {
@@ -35,8 +37,10 @@ TcpClient::TcpClient(QObject *parent, EpochClock clock, TcpTimings timings)
       m_timings(timings),
       m_socket(new QTcpSocket(this)),
       m_heartbeat(this),
-      m_attemptTimer(this) {
+      m_attemptTimer(this),
+      m_nextTurn(this) {
     m_attemptTimer.setSingleShot(true);
+    m_nextTurn.setSingleShot(true);
     m_socket->setReadBufferSize(bytesPerTurn);
     connect(m_socket, &QTcpSocket::connected, this, &TcpClient::onConnected);
     connect(m_socket, &QTcpSocket::disconnected, this, &TcpClient::onDisconnected);
@@ -44,6 +48,7 @@ TcpClient::TcpClient(QObject *parent, EpochClock clock, TcpTimings timings)
     connect(m_socket, &QTcpSocket::errorOccurred, this, &TcpClient::onError);
     connect(&m_heartbeat, &QTimer::timeout, this, &TcpClient::onHeartbeat);
     connect(&m_attemptTimer, &QTimer::timeout, this, &TcpClient::onAttemptTimeout);
+    connect(&m_nextTurn, &QTimer::timeout, this, &TcpClient::takeTurn);
 }
 
 TcpClient::~TcpClient() {
@@ -192,9 +197,6 @@ void TcpClient::dispatchLine(const QString &line) {
 
 void TcpClient::onConnected() {
     m_attemptTimer.stop();
-    // Nothing of an earlier connection may be taken for a part of this one.
-    m_framer.clear();
-    m_joiner.clear();
     m_pingSentMs = 0;
     m_connected = true;
     m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
@@ -208,15 +210,38 @@ void TcpClient::onConnected() {
 void TcpClient::onDisconnected() {
     m_connected = false;
     m_heartbeat.stop();
+    // What this connection still had to say must neither delay the news nor be taken for a part of the next one.
+    m_nextTurn.stop();
+    m_framer.clear();
+    m_joiner.clear();
     qDebug() << "[TCP] Disconnected!";
     Q_EMIT disconnected();
 }
 
 void TcpClient::onReadyRead() {
-    m_framer.append(m_socket->readAll());
+    if (!m_nextTurn.isActive())
+        takeTurn();
+}
+
+void TcpClient::takeTurn() {
+    QElapsedTimer turn;
+    turn.start();
     // Each unit is consumed before it is handled, so its handlers may do anything to the link, even start it anew.
-    while (const auto unit = m_framer.next())
+    while (const auto unit = nextUnit()) {
         handleUnit(*unit);
+        if (turn.elapsed() >= turnMs) {
+            m_nextTurn.start();
+            return;
+        }
+    }
+}
+
+/// What earlier turns have left comes first; the socket waits with the rest.
+std::optional<ReplyUnit> TcpClient::nextUnit() {
+    if (auto unit = m_framer.next())
+        return unit;
+    m_framer.append(m_socket->readAll());
+    return m_framer.next();
 }
 
 void TcpClient::onError(QAbstractSocket::SocketError) {

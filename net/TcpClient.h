@@ -14,6 +14,7 @@
 #include <QVariantMap>
 
 #include <chrono>
+#include <optional>
 
 class QTcpSocket;
 
@@ -125,16 +126,19 @@ Q_SIGNALS:
     void announcementReceived(QVariantMap announcement);
     void announcementsListReceived(QList<QVariantMap> list);
 
-private:
-    class Replies;
-
+private Q_SLOTS:
     void onConnected();
     void onDisconnected();
     void onReadyRead();
     void onError(QAbstractSocket::SocketError code);
     void onHeartbeat();
-    void onAttemptTimeout();
 
+private:
+    class Replies;
+
+    void onAttemptTimeout();
+    void takeTurn();
+    std::optional<ReplyUnit> nextUnit();
     void handleUnit(const ReplyUnit &unit);
     void onPong();
     void reportError(const QString &text);
@@ -144,6 +148,7 @@ private:
     QTcpSocket *m_socket; ///< child
     QTimer m_heartbeat;
     QTimer m_attemptTimer;
+    QTimer m_nextTurn; ///< runs while replies wait that one turn had no time for
     ReplyFramer m_framer;
     ReplyJoiner m_joiner;
     bool m_connected = false;

@@ -58,14 +58,15 @@ Q_SIGNALS:
     void audioReceived(QByteArray data);
     void audioReceivedFrom(int userId, QByteArray data);
 
-private:
+private Q_SLOTS:
     void onReadyRead();
     void onHandshakeTimeout();
     void onHealthCheck();
-    void onReinitialize();
 
+private:
     enum class Step { AwaitPong = 0, AwaitConfirmation = 1, Done = 2 };
 
+    void onReinitialize();
     void goIdle();
     void startLookup(const QString &host);
     void onLookedUp(const QHostInfo &info);

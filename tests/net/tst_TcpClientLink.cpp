@@ -82,6 +82,8 @@ private Q_SLOTS:
     void noticesAPeerThatHasSilentlyGone();
     void asksTheKernelToWatchThePeer();
     void canBeConnectedAgainFromDisconnected();
+    void worksOffAFloodBesideEverythingElse();
+    void forgetsWhatALostLinkStillHadToSay();
     void saysQuitWhenItIsDestroyed();
     void quitsOnlyWhenConnected();
 };
@@ -207,6 +209,53 @@ void TestTcpClientLink::canBeConnectedAgainFromDisconnected() {
     server.peer()->abort();
     QTRY_COMPARE(connections.count(), 1);
     QVERIFY(client.isConnected());
+}
+
+/// A hundred replies in one read, each of which takes a listener as long as a file on a slow disk does.
+void TestTcpClientLink::worksOffAFloodBesideEverythingElse() {
+    ControlServer server;
+    TcpClient client;
+    QVERIFY(server.accept(client));
+    QStringList handled;
+    QList<int> handledAtTicks;
+    connect(&client, &TcpClient::roomListReceived, [&](const QStringList &rooms) {
+        handled += rooms;
+        QThread::msleep(5);
+    });
+    QTimer everythingElse;
+    connect(&everythingElse, &QTimer::timeout, [&] { handledAtTicks += handled.size(); });
+    everythingElse.start(0);
+    QByteArray flood;
+    QStringList sent;
+    for (int i = 0; i < 100; ++i) {
+        sent += QString::number(i);
+        flood += "ROOMS|" + QByteArray::number(i) + "\r\n";
+    }
+    server.say(flood);
+    QTRY_COMPARE(handled, sent);
+    for (int i = 1; i < handledAtTicks.size(); ++i)
+        QVERIFY(handledAtTicks[i] - handledAtTicks[i - 1] <= 1);
+    QCOMPARE(server.heard(client), QByteArray());
+}
+
+void TestTcpClientLink::forgetsWhatALostLinkStillHadToSay() {
+    ControlServer server;
+    TcpClient client;
+    QVERIFY(server.accept(client));
+    int handled = 0;
+    connect(&client, &TcpClient::roomListReceived, [&] {
+        ++handled;
+        QThread::msleep(5);
+        if (handled == 3)
+            client.findChild<QTcpSocket *>()->abort();
+    });
+    server.say(QByteArray("ROOMS|a\r\n").repeated(100) + "ROOMS|half of");
+    QTRY_VERIFY(!client.isConnected());
+    QVERIFY(server.accept(client));
+    QCOMPARE(activeTimers(client), 1); // the heartbeat
+    server.say("NOISE\r\n");
+    QTRY_COMPARE(client.lastReply(), QStringLiteral("NOISE"));
+    QCOMPARE(handled, 3);
 }
 
 void TestTcpClientLink::saysQuitWhenItIsDestroyed() {

@@ -54,6 +54,8 @@ void TestSiteReplyFlood::theRadioIsReleasedBehindAFlood_data() {
     QTest::newRow("100,000 lists of a talk that goes on") << listWith("TX").repeated(count) << 60.0 << 8192 << 2;
     QTest::newRow("10,000 lists of a talk that comes and goes")
         << (listWith("TX") + listWith("RX")).repeated(count / 20) << 5.0 << 8192 << count / 10;
+    QTest::newRow("1000 joins, each of which saves the configuration")
+        << QByteArray("JOIN_OK|Lobby\r\n").repeated(1000) << 20.0 << 8192 << 2;
     QTest::newRow("100,000 unknown replies") << QByteArray("NOISE|1|2\r\n").repeated(count) << 6.0 << 8192 << 2;
     QTest::newRow("100,000 refusals") << QByteArray("LOGIN_FAILED|sibuk\r\n").repeated(count) << 6.0 << 8192 << 2;
     QTest::newRow("100,000 empty audio blocks") << QByteArray("AUDIO 7 0\r\n").repeated(count) << 4.0 << 8192 << 2;
