@@ -8,6 +8,10 @@
 
 namespace {
 
+/// What is taken from the board in one turn of the loop. Each of its reports goes into a file, the log and the network,
+/// and a board on native USB is not held to its baud rate.
+constexpr qint64 bytesPerTurn = 512;
+
 /// How long a closing port is given for its last bytes while the device takes none.
 constexpr int lastBytesMs = 250;
 
@@ -49,7 +53,9 @@ ArduinoController::~ArduinoController() {
 
 bool ArduinoController::openPort(const QString &portName, int baudRate, bool cosLogicHigh, bool pttInvert) {
     closePort();
+    dropStaleCos();
     m_port = new QSerialPort(portName, this);
+    m_port->setReadBufferSize(bytesPerTurn);
     setUpLine(*m_port, baudRate);
     if (!m_port->open(QIODevice::ReadWrite)) {
         qWarning() << "[Arduino] Failed to open port:" << portName << "—" << m_port->errorString();

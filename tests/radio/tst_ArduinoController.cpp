@@ -12,7 +12,7 @@ QString configUpdated(const char *cosLogicHigh, const char *pttInvert) {
 
 } // namespace
 
-class tst_ArduinoController : public ArduinoBench {
+class TestArduinoController : public ArduinoBench {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -26,6 +26,7 @@ private Q_SLOTS:
     void reportsSquelch();
     void readsThroughNoise();
     void reportsNothingMoreOnceAListenerHasClosedThePort();
+    void reportsAFloodBesideEverythingElse();
 
     void keysTheTransmitterOnEachRequest();
     void doesNotLeaveTheTransmitterToTheLoop();
@@ -42,10 +43,11 @@ private Q_SLOTS:
     void pingsWhileOpen();
     void doesNothingByItselfOnceClosed();
     void startsAfreshWhenOpenedAgain();
+    void closesTheSquelchOfTheEarlierBoard();
     void takesNoStepOfAClosedPortOnTheNextOne();
 };
 
-void tst_ArduinoController::keepsTheTimesOfTheProtocol() {
+void TestArduinoController::keepsTheTimesOfTheProtocol() {
     const ArduinoTiming timing;
     QCOMPARE(timing.lineControl.count(), 200);
     QCOMPARE(timing.firstConfig.count(), 2000);
@@ -53,7 +55,7 @@ void tst_ArduinoController::keepsTheTimesOfTheProtocol() {
     QCOMPARE(timing.health.count(), 5000);
 }
 
-void tst_ArduinoController::doesNothingWhileClosed() {
+void TestArduinoController::doesNothingWhileClosed() {
     QSignalSpy cos(m_radio.get(), &ArduinoController::cosChanged);
     QVERIFY(!m_radio->isOpen());
     m_radio->setPtt(true);
@@ -69,7 +71,7 @@ void tst_ArduinoController::doesNothingWhileClosed() {
     QCOMPARE(cos.size(), 0);
 }
 
-void tst_ArduinoController::saysWhyAPortDoesNotOpen_data() {
+void TestArduinoController::saysWhyAPortDoesNotOpen_data() {
     QTest::addColumn<QString>("target"); // empty: nothing there
     QTest::addColumn<QString>("reason");
 
@@ -77,7 +79,7 @@ void tst_ArduinoController::saysWhyAPortDoesNotOpen_data() {
     QTest::newRow("no serial port") << QStringLiteral("/dev/null") << QStringLiteral("Inappropriate ioctl for device");
 }
 
-void tst_ArduinoController::saysWhyAPortDoesNotOpen() {
+void TestArduinoController::saysWhyAPortDoesNotOpen() {
     QFETCH(QString, target);
     QFETCH(QString, reason);
     const QTemporaryDir folder; // ports are locked by name, so that one used by others will not do
@@ -92,7 +94,7 @@ void tst_ArduinoController::saysWhyAPortDoesNotOpen() {
     QCOMPARE(m_log->take(), QStringList());
 }
 
-void tst_ArduinoController::opensOnePortAtATime() {
+void TestArduinoController::opensOnePortAtATime() {
     open();
     PtyBoard second;
     QVERIFY(m_radio->openPort(second.device(), 115200, cosHigh, !pttInverted));
@@ -105,7 +107,7 @@ void tst_ArduinoController::opensOnePortAtATime() {
     m_radio->closePort();
 }
 
-void tst_ArduinoController::reportsSquelch_data() {
+void TestArduinoController::reportsSquelch_data() {
     QTest::addColumn<QList<QByteArray>>("chunks");
     QTest::addColumn<QList<bool>>("reports");
 
@@ -125,7 +127,7 @@ void tst_ArduinoController::reportsSquelch_data() {
     row("a first start", {"ARDUINO:READY\n"}, {});
 }
 
-void tst_ArduinoController::reportsSquelch() {
+void TestArduinoController::reportsSquelch() {
     QFETCH(QList<QByteArray>, chunks);
     open();
     QSignalSpy cos(m_radio.get(), &ArduinoController::cosChanged);
@@ -137,11 +139,11 @@ void tst_ArduinoController::reportsSquelch() {
     QTEST(firstArguments(cos), "reports");
 }
 
-void tst_ArduinoController::readsThroughNoise() {
+void TestArduinoController::readsThroughNoise() {
     open();
     QSignalSpy cos(m_radio.get(), &ArduinoController::cosChanged);
-    const QByteArray noise = QByteArray(1000, '\xFE') + QByteArray(100, '\0') + QByteArray(1000, 'U');
-    for (int i = 0; i < 20; ++i)
+    const QByteArray noise = QByteArray(200, '\xFE') + QByteArray(20, '\0') + QByteArray(200, 'U');
+    for (int i = 0; i < 100; ++i)
         sayAndWait(noise);
     QCOMPARE(cos.size(), 0);
     // Said until it is understood: the last of the noise may still be on its way, and its NULs hide what comes with it.
@@ -154,7 +156,7 @@ void tst_ArduinoController::readsThroughNoise() {
     QCOMPARE(m_log->take(), QStringList());
 }
 
-void tst_ArduinoController::reportsNothingMoreOnceAListenerHasClosedThePort() {
+void TestArduinoController::reportsNothingMoreOnceAListenerHasClosedThePort() {
     open();
     QSignalSpy cos(m_radio.get(), &ArduinoController::cosChanged);
     connect(m_radio.get(), &ArduinoController::cosChanged, m_radio.get(), &ArduinoController::closePort);
@@ -164,7 +166,21 @@ void tst_ArduinoController::reportsNothingMoreOnceAListenerHasClosedThePort() {
     QCOMPARE(firstArguments(cos), QList<bool>{false});
 }
 
-void tst_ArduinoController::keysTheTransmitterOnEachRequest() {
+void TestArduinoController::reportsAFloodBesideEverythingElse() {
+    open();
+    int reports = 0;
+    connect(m_radio.get(), &ArduinoController::cosChanged, [&] { ++reports; });
+    QList<int> reportsAtTicks;
+    QTimer everythingElse;
+    connect(&everythingElse, &QTimer::timeout, [&] { reportsAtTicks += reports; });
+    everythingElse.start(0);
+    m_board->say(QByteArray("COS:1\nCOS:0\n").repeated(250)); // 3000 bytes, which a pty hands over at once
+    QTRY_COMPARE(reports, 500);
+    for (int i = 1; i < reportsAtTicks.size(); ++i)
+        QVERIFY(reportsAtTicks[i] - reportsAtTicks[i - 1] <= 512 / 6 + 1);
+}
+
+void TestArduinoController::keysTheTransmitterOnEachRequest() {
     open(!cosHigh, pttInverted);
     m_radio->setPtt(true);
     QTRY_COMPARE(m_board->heard(), QByteArray("PTT:1\n")); // whatever the polarity
@@ -175,14 +191,14 @@ void tst_ArduinoController::keysTheTransmitterOnEachRequest() {
     QCOMPARE(m_log->take(), QStringList());
 }
 
-void tst_ArduinoController::doesNotLeaveTheTransmitterToTheLoop() {
+void TestArduinoController::doesNotLeaveTheTransmitterToTheLoop() {
     open();
     m_radio->setPtt(true);
     QVERIFY(m_board->hasBytes());
     QCOMPARE(m_board->heard(), QByteArray("PTT:1\n"));
 }
 
-void tst_ArduinoController::unkeysTheTransmitterOnTheWayOut() {
+void TestArduinoController::unkeysTheTransmitterOnTheWayOut() {
     open();
     m_radio->setPtt(true);
     m_radio.reset();
@@ -190,7 +206,7 @@ void tst_ArduinoController::unkeysTheTransmitterOnTheWayOut() {
     QCOMPARE(m_log->take(), QStringList());
 }
 
-void tst_ArduinoController::unkeysTheTransmitterWhenClosed() {
+void TestArduinoController::unkeysTheTransmitterWhenClosed() {
     open();
     m_radio->closePort();
     QVERIFY(!m_radio->isOpen());
@@ -199,7 +215,7 @@ void tst_ArduinoController::unkeysTheTransmitterWhenClosed() {
     QCOMPARE(m_log->take(), QStringList());
 }
 
-void tst_ArduinoController::configuresTheBoardAfterOpening_data() {
+void TestArduinoController::configuresTheBoardAfterOpening_data() {
     QTest::addColumn<bool>("cosLogicHigh");
     QTest::addColumn<bool>("pttInvert");
     QTest::addColumn<QByteArray>("lines");
@@ -215,7 +231,7 @@ void tst_ArduinoController::configuresTheBoardAfterOpening_data() {
                                     << configSent("true", "true");
 }
 
-void tst_ArduinoController::configuresTheBoardAfterOpening() {
+void TestArduinoController::configuresTheBoardAfterOpening() {
     QFETCH(bool, cosLogicHigh);
     QFETCH(bool, pttInvert);
     QFETCH(QString, log);
@@ -225,7 +241,7 @@ void tst_ArduinoController::configuresTheBoardAfterOpening() {
     QTEST(m_board->heard(), "lines");
 }
 
-void tst_ArduinoController::configuresTheBoardOnRequest() {
+void TestArduinoController::configuresTheBoardOnRequest() {
     open();
     m_radio->sendConfig();
     QCOMPARE(m_log->take(), QStringList(configSent("true", "false")));
@@ -236,7 +252,7 @@ void tst_ArduinoController::configuresTheBoardOnRequest() {
                                               "CONFIG:COS_HIGH:0\nCONFIG:PTT_INVERT:1\n"));
 }
 
-void tst_ArduinoController::keepsAnUpdateForTheTimeThePortIsOpen() {
+void TestArduinoController::keepsAnUpdateForTheTimeThePortIsOpen() {
     m_radio->updateConfig(true, true);
     m_log->take();
     open(false, false);
@@ -244,7 +260,7 @@ void tst_ArduinoController::keepsAnUpdateForTheTimeThePortIsOpen() {
     QCOMPARE(m_log->take(), QStringList(configSent("false", "false")));
 }
 
-void tst_ArduinoController::keepsDtrAndRtsLow() {
+void TestArduinoController::keepsDtrAndRtsLow() {
     const ControlLines lines(0);
     m_radio = std::make_unique<ArduinoController>(nullptr, ArduinoTiming{10ms, 1h, 1h, 1h});
     open();
@@ -253,14 +269,14 @@ void tst_ArduinoController::keepsDtrAndRtsLow() {
     QCOMPARE(lines.lowered(), (QList<int>{TIOCM_DTR, TIOCM_RTS}));
 }
 
-void tst_ArduinoController::carriesOnWhenDtrIsRefused_data() {
+void TestArduinoController::carriesOnWhenDtrIsRefused_data() {
     QTest::addColumn<int>("error");
     QTest::newRow("no such request") << ENOTTY;
     QTest::newRow("failed on the bus") << EIO; // the port calls this a lost device
     QTest::newRow("timed out") << ETIMEDOUT;
 }
 
-void tst_ArduinoController::carriesOnWhenDtrIsRefused() {
+void TestArduinoController::carriesOnWhenDtrIsRefused() {
     QFETCH(int, error);
     const ControlLines lines(error);
     m_radio = std::make_unique<ArduinoController>(nullptr, ArduinoTiming{10ms, 1h, 1h, 1h});
@@ -273,7 +289,7 @@ void tst_ArduinoController::carriesOnWhenDtrIsRefused() {
     QCOMPARE(m_log->take(), QStringList(dtrFailed));
 }
 
-void tst_ArduinoController::pingsWhileOpen() {
+void TestArduinoController::pingsWhileOpen() {
     m_radio = std::make_unique<ArduinoController>(nullptr, ArduinoTiming{1h, 1h, 1h, 10ms});
     open();
     QTRY_COMPARE(m_board->heard().left(15), QByteArray("PING\nPING\nPING\n"));
@@ -283,7 +299,7 @@ void tst_ArduinoController::pingsWhileOpen() {
     QCOMPARE(m_log->take(), QStringList());
 }
 
-void tst_ArduinoController::doesNothingByItselfOnceClosed() {
+void TestArduinoController::doesNothingByItselfOnceClosed() {
     m_radio = std::make_unique<ArduinoController>(nullptr, quick);
     open();
     m_radio->closePort();
@@ -291,7 +307,7 @@ void tst_ArduinoController::doesNothingByItselfOnceClosed() {
     QCOMPARE(m_board->heard(), QByteArray("PTT:0\n"));
 }
 
-void tst_ArduinoController::startsAfreshWhenOpenedAgain() {
+void TestArduinoController::startsAfreshWhenOpenedAgain() {
     m_radio = std::make_unique<ArduinoController>(nullptr, ArduinoTiming{10ms, 40ms, 1h, 1h});
     open();
     sayAndWait("ARDUINO:READY\nCOS");
@@ -307,7 +323,17 @@ void tst_ArduinoController::startsAfreshWhenOpenedAgain() {
     QCOMPARE(m_board->heard(), QByteArray("PTT:0\nCONFIG:COS_HIGH:1\nCONFIG:PTT_INVERT:0\n"));
 }
 
-void tst_ArduinoController::takesNoStepOfAClosedPortOnTheNextOne() {
+void TestArduinoController::closesTheSquelchOfTheEarlierBoard() {
+    open();
+    sayAndWait("COS:1\n");
+    QSignalSpy cos(m_radio.get(), &ArduinoController::cosChanged);
+    open();
+    QCOMPARE(firstArguments(cos), QList<bool>{false});
+    sayAndWait("ARDUINO:READY\nARDUINO:READY\n");
+    QCOMPARE(cos.size(), 1);
+}
+
+void TestArduinoController::takesNoStepOfAClosedPortOnTheNextOne() {
     m_radio = std::make_unique<ArduinoController>(nullptr, ArduinoTiming{0ms, 0ms, 1h, 1h});
     open();
     m_radio->closePort(); // with both steps due, and no turn of the loop before the next opening
@@ -319,5 +345,5 @@ void tst_ArduinoController::takesNoStepOfAClosedPortOnTheNextOne() {
     m_radio->closePort();
 }
 
-QTEST_GUILESS_MAIN(tst_ArduinoController)
+QTEST_GUILESS_MAIN(TestArduinoController)
 #include "tst_ArduinoController.moc"
