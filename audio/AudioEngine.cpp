@@ -366,12 +366,14 @@ void AudioEngine::onOutputTimeout() {
 /// then on wakes up half as often again.
 void AudioEngine::keepCaptureInStep() {
     constexpr int intervalMs = int(capturePollInterval.count());
-    if (!m_capturePoll.isActive() || m_frameMs % intervalMs != 0)
+    if (!m_capturePoll.isActive() || !m_outputTimer.isActive() || m_frameMs % intervalMs != 0)
         return;
     const int remainingMs = m_capturePoll.remainingTime();
+    if (remainingMs == 0) // due, so it shares this wake-up; what its phase is cannot be told
+        return;
+    // Remaining times are whole milliseconds, hence one either way.
     const int aheadMs = (m_outputTimer.remainingTime() - remainingMs + intervalMs) % intervalMs;
-    const bool isDue = remainingMs == 0;
-    if (!isDue && aheadMs > 1 && aheadMs < intervalMs - 1)
+    if (aheadMs > 1 && aheadMs < intervalMs - 1)
         m_capturePoll.start();
 }
 

@@ -87,9 +87,14 @@ void PlaybackPcm::drainAndClose() {
     close();
 }
 
-bool PlaybackPcm::hasRoomFor(size_t frames) const {
+bool PlaybackPcm::hasRoomFor(size_t frames) {
     const snd_pcm_sframes_t room = snd_pcm_avail_update(m_pcm.get());
-    return room < 0 || size_t(room) >= frames || m_bufferFrames <= startFrames();
+    if (room < 0 || size_t(room) >= frames || m_bufferFrames <= startFrames())
+        return true;
+    // Filled anew after an underrun, it may be too full for a whole chunk while it waits for more to start with.
+    if (snd_pcm_state(m_pcm.get()) == SND_PCM_STATE_PREPARED)
+        snd_pcm_start(m_pcm.get()); // a failure comes to light with the next write
+    return false;
 }
 
 snd_pcm_sframes_t PlaybackPcm::write(std::span<const qint16> mono) {

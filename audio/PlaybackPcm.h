@@ -26,8 +26,9 @@ public:
     void assumeRate(int rateHz) { m_rateHz = rateHz; }
 
     /// Whether a write of that many frames returns at once. Also true of a device whose trouble a write would bring to
-    /// light, and of one that is full as soon as it starts: that one can only be waited for.
-    bool hasRoomFor(size_t frames) const;
+    /// light, and of one that is full as soon as it starts: that one can only be waited for. Starts a device that could
+    /// make room in no other way.
+    bool hasRoomFor(size_t frames);
     /// Writes mono samples to every channel. Returns the frames written or a negative ALSA error.
     snd_pcm_sframes_t write(std::span<const qint16> mono);
     /// Makes the device ready again after an error; false when it cannot be.

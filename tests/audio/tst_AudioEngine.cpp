@@ -142,7 +142,7 @@ void TestAudioEngine::looksAtBothDevicesAtOnce() {
 
 void TestAudioEngine::looksInTimeAtAnyFrameDuration() {
     EngineOnCard site;
-    QVERIFY(site.engine.initialize(48000, 1, 32000, 5, 5));
+    QVERIFY(site.engine.initialize(48000, 1, 32000, 5, 7));
     QVERIFY(site.engine.openPlayback() && site.engine.openCapture());
     int looks = 0;
     connect(site.timer("capturePoll"), &QTimer::timeout, [&] { ++looks; });

@@ -58,6 +58,7 @@ private Q_SLOTS:
     void playsOutBeforeItCloses();
     void opensAtOnceWhateverTheFrameDuration_data();
     void opensAtOnceWhateverTheFrameDuration();
+    void startsADeviceThatOnlySoCanMakeRoom();
     void waitsForNoFullDevice();
     void givesUpAtTheHundredAndFirstFailure();
     void countsOnlyFailuresInARow();
@@ -219,6 +220,22 @@ void TestPlaybackFeed::opensAtOnceWhateverTheFrameDuration() {
     QVERIFY2(timer.elapsed() < 100, qPrintable(QString::number(timer.elapsed())));
     QVERIFY(card.framesPlayed() > 0);
     QVERIFY(card.framesPlayed() <= 24000); // never more than the buffer takes
+}
+
+/// The driver starts it only with more than it holds, and a whole chunk finds no room.
+void TestPlaybackFeed::startsADeviceThatOnlySoCanMakeRoom() {
+    sim::SoundCard card(m_folder.path(), 3);
+    PlaybackPcm pcm;
+    QVERIFY(pcm.open(cardName, 20));
+    const std::vector<qint16> some(4000);  // of the 4800 that start it
+    constexpr size_t chunk = 24000 - 3000; // of the 24000 that it takes
+    card.underrun();
+    snd_pcm_sframes_t error = 0;
+    QTRY_VERIFY((error = pcm.write(some)) < 0);
+    QVERIFY(pcm.recover(int(error)));
+    QCOMPARE(int(pcm.write(some)), int(some.size()));
+    QVERIFY(!pcm.hasRoomFor(chunk));
+    QVERIFY(QTest::qWaitFor([&] { return pcm.hasRoomFor(chunk); }, 1000));
 }
 
 void TestPlaybackFeed::waitsForNoFullDevice() {
