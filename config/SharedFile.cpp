@@ -3,6 +3,7 @@
 #include <QFile>
 
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <grp.h>
 #include <sys/stat.h>
@@ -65,6 +66,14 @@ UniqueFd SharedFile::openToWrite(const QString &path, mode_t mode) {
 
 UniqueFd SharedFile::openToLock(const QString &path, mode_t mode) {
     return openGuarded(path, O_RDWR | O_CREAT, mode, OtherNames::Refused);
+}
+
+bool SharedFile::removeObstacle(const QString &path) {
+    const QByteArray name = QFile::encodeName(path);
+    struct stat status = {};
+    if (::lstat(name.constData(), &status) != 0 || (S_ISREG(status.st_mode) && status.st_nlink == 1))
+        return false;
+    return ::remove(name.constData()) == 0;
 }
 
 std::optional<QByteArray> SharedFile::readAll(const UniqueFd &file, qint64 limit) {

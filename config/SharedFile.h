@@ -45,6 +45,10 @@ UniqueFd openToWrite(const QString &path, mode_t mode = webUiMode);
 /// The same, neither emptied nor written: a file to take a lock on.
 UniqueFd openToLock(const QString &path, mode_t mode = webUiMode);
 
+/// Takes the name away from what is no file of ours: anything but a regular file with no other name, an empty folder
+/// included. What it stood for is left as it is. False when there is no such thing, or it stays.
+bool removeObstacle(const QString &path);
+
 /// Everything in the file; nothing (EFBIG) when it holds more than limit bytes, which is found out without reading
 /// them.
 std::optional<QByteArray> readAll(const UniqueFd &file, qint64 limit);

@@ -50,8 +50,7 @@ public:
         if (::stat(encodedPath().constData(), &status) != 0)
             return {};
         return {{std::int64_t(status.st_ino), status.st_mode, status.st_uid, status.st_gid, status.st_size,
-                 status.st_atim.tv_sec, status.st_atim.tv_nsec, status.st_mtim.tv_sec, status.st_mtim.tv_nsec,
-                 status.st_ctim.tv_sec, status.st_ctim.tv_nsec, std::int64_t(status.st_nlink)}};
+                 status.st_atim.tv_sec, status.st_atim.tv_nsec, status.st_mtim.tv_sec, status.st_mtim.tv_nsec}};
     }
     static QByteArray content() {
         QFile file(path());
@@ -106,7 +105,7 @@ public:
             ::close(m_fifo);
         if (m_kind == Device && m_isThere)
             ::umount2(path.constData(), MNT_DETACH);
-        if ((m_kind == Folder ? ::rmdir(path.constData()) : ::unlink(path.constData())) != 0 && errno != ENOENT)
+        if (::remove(path.constData()) != 0 && errno != ENOENT)
             qWarning() << "cannot remove" << m_path << std::strerror(errno);
     }
     Obstacle(const Obstacle &) = delete;
