@@ -3,7 +3,7 @@
 #include <QDateTime>
 #include <QTest>
 
-class tst_EpochClock : public QObject {
+class TestEpochClock : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -29,5 +29,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_APPLESS_MAIN(tst_EpochClock)
+QTEST_APPLESS_MAIN(TestEpochClock)
 #include "tst_EpochClock.moc"
