@@ -56,7 +56,7 @@ private:
 
 } // namespace
 
-class tst_ConfigStoreHazards : public StoreBench {
+class TestConfigStoreHazards : public StoreBench {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -80,7 +80,7 @@ private:
     void plantUnder(const char *name, const QString &obstacle) const { plant(obstacle, at(name), at("victim")); }
 };
 
-void tst_ConfigStoreHazards::loadsNothingThroughALink() {
+void TestConfigStoreHazards::loadsNothingThroughALink() {
     write(at("victim"), "{\"secret\": 1}");
     plantUnder("config.json", text("link"));
     ConfigStore loading = store();
@@ -91,7 +91,7 @@ void tst_ConfigStoreHazards::loadsNothingThroughALink() {
     QVERIFY(S_ISREG(statusOf(config()).st_mode));
 }
 
-void tst_ConfigStoreHazards::loadsAFileWithASecondName() {
+void TestConfigStoreHazards::loadsAFileWithASecondName() {
     write(at("victim"), "{\"callsign\": \"AB1CD\"}");
     plantUnder("config.json", text("hard link"));
     ConfigStore loading = store();
@@ -101,7 +101,7 @@ void tst_ConfigStoreHazards::loadsAFileWithASecondName() {
     QCOMPARE(statusOf(config()).st_nlink, nlink_t(1));
 }
 
-void tst_ConfigStoreHazards::waitsForTheLock() {
+void TestConfigStoreHazards::waitsForTheLock() {
     auto lock = std::make_unique<ForeignLock>(at("config.lock"));
     QVERIFY(lock->isHeld());
     QElapsedTimer timer;
@@ -118,7 +118,7 @@ void tst_ConfigStoreHazards::waitsForTheLock() {
     QCOMPARE(m_log->take(), giveAwayWarnings());
 }
 
-void tst_ConfigStoreHazards::givesUpAfterFiveSecondsOnTheLock() {
+void TestConfigStoreHazards::givesUpAfterFiveSecondsOnTheLock() {
     write(config(), "{\"a\": 1}");
     const ForeignLock lock(at("config.lock"));
     QVERIFY(lock.isHeld());
@@ -132,7 +132,7 @@ void tst_ConfigStoreHazards::givesUpAfterFiveSecondsOnTheLock() {
     QVERIFY(!QFile::exists(at("config.json.tmp")));
 }
 
-void tst_ConfigStoreHazards::keepsTheObjectWhenTheLockIsNotToBeHad() {
+void TestConfigStoreHazards::keepsTheObjectWhenTheLockIsNotToBeHad() {
     write(config(), "{\"theirs\": 1}");
     const ForeignLock lock(at("config.lock"));
     QJsonObject object = {{text("mine"), 2}};
@@ -140,7 +140,7 @@ void tst_ConfigStoreHazards::keepsTheObjectWhenTheLockIsNotToBeHad() {
     QCOMPARE(object, (QJsonObject{{text("mine"), 2}}));
 }
 
-void tst_ConfigStoreHazards::freesTheLockAfterEachSave() {
+void TestConfigStoreHazards::freesTheLockAfterEachSave() {
     QJsonObject object;
     QVERIFY(store().save(object));
     QVERIFY(ForeignLock(at("config.lock")).isHeld());
@@ -149,7 +149,7 @@ void tst_ConfigStoreHazards::freesTheLockAfterEachSave() {
     QVERIFY(ForeignLock(at("config.lock")).isHeld());
 }
 
-void tst_ConfigStoreHazards::addObstacles() {
+void TestConfigStoreHazards::addObstacles() {
     QTest::addColumn<QString>("obstacle");
     QTest::addColumn<int>("reason");
 
@@ -158,12 +158,12 @@ void tst_ConfigStoreHazards::addObstacles() {
     QTest::newRow("folder") << text("folder") << EISDIR;
 }
 
-void tst_ConfigStoreHazards::neverTouchesWhatIsPlantedAsLockFile_data() {
+void TestConfigStoreHazards::neverTouchesWhatIsPlantedAsLockFile_data() {
     addObstacles();
     QTest::newRow("fifo") << text("fifo") << EINVAL;
 }
 
-void tst_ConfigStoreHazards::neverTouchesWhatIsPlantedAsLockFile() {
+void TestConfigStoreHazards::neverTouchesWhatIsPlantedAsLockFile() {
     QFETCH(QString, obstacle);
     QFETCH(int, reason);
     write(at("victim"), "precious");
@@ -177,12 +177,12 @@ void tst_ConfigStoreHazards::neverTouchesWhatIsPlantedAsLockFile() {
     QVERIFY(!QFile::exists(config()));
 }
 
-void tst_ConfigStoreHazards::neverTouchesWhatIsPlantedAsTemporaryFile_data() {
+void TestConfigStoreHazards::neverTouchesWhatIsPlantedAsTemporaryFile_data() {
     addObstacles();
     QTest::newRow("fifo") << text("fifo") << ENXIO;
 }
 
-void tst_ConfigStoreHazards::neverTouchesWhatIsPlantedAsTemporaryFile() {
+void TestConfigStoreHazards::neverTouchesWhatIsPlantedAsTemporaryFile() {
     QFETCH(QString, obstacle);
     QFETCH(int, reason);
     write(at("victim"), "precious");
@@ -199,7 +199,7 @@ void tst_ConfigStoreHazards::neverTouchesWhatIsPlantedAsTemporaryFile() {
     QVERIFY(store().save(object));
 }
 
-void tst_ConfigStoreHazards::keepsTheOldFileWhenTheDiskIsFull() {
+void TestConfigStoreHazards::keepsTheOldFileWhenTheDiskIsFull() {
     write(config(), "{\"a\": 1}");
     QJsonObject object = {{text("b"), QString(1000, QLatin1Char('x'))}};
     {
@@ -212,7 +212,7 @@ void tst_ConfigStoreHazards::keepsTheOldFileWhenTheDiskIsFull() {
     QVERIFY(ForeignLock(at("config.lock")).isHeld());
 }
 
-void tst_ConfigStoreHazards::givesUpWhenTheFileCannotBeReplaced() {
+void TestConfigStoreHazards::givesUpWhenTheFileCannotBeReplaced() {
     plantUnder("config.json", text("folder"));
     QJsonObject object = {{text("a"), 1}};
     QVERIFY(!store().save(object));
@@ -221,5 +221,5 @@ void tst_ConfigStoreHazards::givesUpWhenTheFileCannotBeReplaced() {
     QVERIFY(S_ISDIR(statusOf(config()).st_mode));
 }
 
-QTEST_APPLESS_MAIN(tst_ConfigStoreHazards)
+QTEST_APPLESS_MAIN(TestConfigStoreHazards)
 #include "tst_ConfigStoreHazards.moc"

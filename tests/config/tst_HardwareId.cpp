@@ -23,7 +23,7 @@ InterfaceTraits changed(InterfaceTraits interface, bool isUp, bool isRunning, co
 
 Q_DECLARE_METATYPE(InterfaceTraits)
 
-class tst_HardwareId : public QObject {
+class TestHardwareId : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -37,7 +37,7 @@ private Q_SLOTS:
 };
 
 // The digests are those of coreutils' sha256sum over the joined texts.
-void tst_HardwareId::isTheShortenedDigestOfTheJoinedTraits_data() {
+void TestHardwareId::isTheShortenedDigestOfTheJoinedTraits_data() {
     QTest::addColumn<QStringList>("traits");
     QTest::addColumn<QString>("id");
 
@@ -55,12 +55,12 @@ void tst_HardwareId::isTheShortenedDigestOfTheJoinedTraits_data() {
                                   << QStringLiteral("f23d59a33615b40fff2c2b43f71e6446");
 }
 
-void tst_HardwareId::isTheShortenedDigestOfTheJoinedTraits() {
+void TestHardwareId::isTheShortenedDigestOfTheJoinedTraits() {
     QFETCH(QStringList, traits);
     QTEST(hardwareIdOf({traits[0], traits[1], traits[2], traits[3], traits[4]}), "id");
 }
 
-void tst_HardwareId::takesTheFirstAddressThatIdentifiesTheBox_data() {
+void TestHardwareId::takesTheFirstAddressThatIdentifiesTheBox_data() {
     QTest::addColumn<QVector<InterfaceTraits>>("interfaces");
     QTest::addColumn<QString>("address");
 
@@ -83,12 +83,12 @@ void tst_HardwareId::takesTheFirstAddressThatIdentifiesTheBox_data() {
         zeros);
 }
 
-void tst_HardwareId::takesTheFirstAddressThatIdentifiesTheBox() {
+void TestHardwareId::takesTheFirstAddressThatIdentifiesTheBox() {
     QFETCH(QVector<InterfaceTraits>, interfaces);
     QTEST(primaryNetworkAddress(interfaces), "address");
 }
 
-void tst_HardwareId::takesTheFirstMachineIdentifierThatSaysSomething_data() {
+void TestHardwareId::takesTheFirstMachineIdentifierThatSaysSomething_data() {
     QTest::addColumn<QByteArray>("machineId"); // null: no such file
     QTest::addColumn<QByteArray>("productUuid");
     QTest::addColumn<QString>("identifier");
@@ -103,7 +103,7 @@ void tst_HardwareId::takesTheFirstMachineIdentifierThatSaysSomething_data() {
     QTest::newRow("neither file") << QByteArray() << QByteArray() << QStringLiteral("arm64");
 }
 
-void tst_HardwareId::takesTheFirstMachineIdentifierThatSaysSomething() {
+void TestHardwareId::takesTheFirstMachineIdentifierThatSaysSomething() {
     QFETCH(QByteArray, machineId);
     QFETCH(QByteArray, productUuid);
     QTemporaryDir folder;
@@ -119,11 +119,11 @@ void tst_HardwareId::takesTheFirstMachineIdentifierThatSaysSomething() {
     QTEST(machineIdentifier(paths, QStringLiteral("arm64")), "identifier");
 }
 
-void tst_HardwareId::isTheSameEachTimeOnThisBox() {
+void TestHardwareId::isTheSameEachTimeOnThisBox() {
     const QString id = computeHardwareId();
     QVERIFY(QRegularExpression(QStringLiteral("\\A[0-9a-f]{32}\\z")).match(id).hasMatch());
     QCOMPARE(computeHardwareId(), id);
 }
 
-QTEST_GUILESS_MAIN(tst_HardwareId)
+QTEST_GUILESS_MAIN(TestHardwareId)
 #include "tst_HardwareId.moc"

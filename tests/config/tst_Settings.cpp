@@ -20,7 +20,7 @@ QString text(const char *latin1) {
 Q_DECLARE_METATYPE(Reader)
 Q_DECLARE_METATYPE(Setter)
 
-class tst_Settings : public QObject {
+class TestSettings : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -36,7 +36,7 @@ private Q_SLOTS:
     void setsAKeyInMemory();
 };
 
-void tst_Settings::readsAValueAndStandsInForAMissingOrMalformedOne_data() {
+void TestSettings::readsAValueAndStandsInForAMissingOrMalformedOne_data() {
     QTest::addColumn<Reader>("reader");
     QTest::addColumn<QVariant>("fallback");
     QTest::addColumn<QVariant>("value");
@@ -70,7 +70,7 @@ void tst_Settings::readsAValueAndStandsInForAMissingOrMalformedOne_data() {
     row("email", Settings::email, text(""), text("a@example.org"));
 }
 
-void tst_Settings::readsAValueAndStandsInForAMissingOrMalformedOne() {
+void TestSettings::readsAValueAndStandsInForAMissingOrMalformedOne() {
     QFETCH(Reader, reader);
     QFETCH(QVariant, fallback);
     QFETCH(QVariant, value);
@@ -85,7 +85,7 @@ void tst_Settings::readsAValueAndStandsInForAMissingOrMalformedOne() {
     QCOMPARE(reader({{key, isText ? QJsonValue(1) : QJsonValue(text("1"))}}), fallback);
 }
 
-void tst_Settings::takesOnlyAPortThatExists_data() {
+void TestSettings::takesOnlyAPortThatExists_data() {
     QTest::addColumn<QJsonValue>("value");
     QTest::addColumn<int>("port");
 
@@ -98,12 +98,12 @@ void tst_Settings::takesOnlyAPortThatExists_data() {
     QTest::newRow("broken") << QJsonValue(80.5) << 8080;
 }
 
-void tst_Settings::takesOnlyAPortThatExists() {
+void TestSettings::takesOnlyAPortThatExists() {
     QFETCH(QJsonValue, value);
     QTEST(Settings::serverPort({{text("server_port"), value}}), "port");
 }
 
-void tst_Settings::takesOnlyAPositiveBaudRate_data() {
+void TestSettings::takesOnlyAPositiveBaudRate_data() {
     QTest::addColumn<QJsonValue>("value");
     QTest::addColumn<int>("baudRate");
 
@@ -115,16 +115,16 @@ void tst_Settings::takesOnlyAPositiveBaudRate_data() {
     QTest::newRow("text") << QJsonValue(text("abc")) << 9600;
 }
 
-void tst_Settings::takesOnlyAPositiveBaudRate() {
+void TestSettings::takesOnlyAPositiveBaudRate() {
     QFETCH(QJsonValue, value);
     QTEST(Settings::baudRate({{text("baudrate"), value}}), "baudRate");
 }
 
-void tst_Settings::anEmptySerialPortIsNotAMissingOne() {
+void TestSettings::anEmptySerialPortIsNotAMissingOne() {
     QCOMPARE(Settings::serialPort({{text("serial_port"), text("")}}), text(""));
 }
 
-void tst_Settings::readsTheThreeBandsOfEachTone() {
+void TestSettings::readsTheThreeBandsOfEachTone() {
     const QJsonObject config = {{text("tx_bass"), 1.5}, {text("tx_mid"), -2},   {text("tx_treble"), 3.25},
                                 {text("rx_bass"), -12}, {text("rx_mid"), 0.75}, {text("rx_treble"), text("loud")}};
     const Settings::Tone tx = Settings::txTone(config);
@@ -138,7 +138,7 @@ void tst_Settings::readsTheThreeBandsOfEachTone() {
     QCOMPARE(Settings::txTone({}).bass, 0.0);
 }
 
-void tst_Settings::setsAKeyInMemory_data() {
+void TestSettings::setsAKeyInMemory_data() {
     QTest::addColumn<Setter>("setter");
 
     QTest::newRow("hwid") << Setter(Settings::setHwid);
@@ -151,12 +151,12 @@ void tst_Settings::setsAKeyInMemory_data() {
     QTest::newRow("email") << Setter(Settings::setEmail);
 }
 
-void tst_Settings::setsAKeyInMemory() {
+void TestSettings::setsAKeyInMemory() {
     QFETCH(Setter, setter);
     QJsonObject config = {{text("other"), 1}};
     setter(config, text("new"));
     QCOMPARE(config, (QJsonObject{{text("other"), 1}, {text(QTest::currentDataTag()), text("new")}}));
 }
 
-QTEST_APPLESS_MAIN(tst_Settings)
+QTEST_APPLESS_MAIN(TestSettings)
 #include "tst_Settings.moc"

@@ -21,7 +21,7 @@ bool isOpenDescriptor(int fd) {
 
 } // namespace
 
-class tst_SharedFile : public QObject {
+class TestSharedFile : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -50,12 +50,12 @@ private:
     std::unique_ptr<QTemporaryDir> m_folder;
 };
 
-void tst_SharedFile::init() {
+void TestSharedFile::init() {
     m_folder = std::make_unique<QTemporaryDir>();
     QVERIFY(m_folder->isValid());
 }
 
-void tst_SharedFile::anOwnerClosesItsDescriptor() {
+void TestSharedFile::anOwnerClosesItsDescriptor() {
     int fd = -1;
     {
         const UniqueFd file(::open("/dev/null", O_RDONLY | O_CLOEXEC));
@@ -67,7 +67,7 @@ void tst_SharedFile::anOwnerClosesItsDescriptor() {
     QVERIFY(!UniqueFd().isValid());
 }
 
-void tst_SharedFile::anOwnerHandsItsDescriptorOn() {
+void TestSharedFile::anOwnerHandsItsDescriptorOn() {
     UniqueFd first(::open("/dev/null", O_RDONLY | O_CLOEXEC));
     const int fd = first.get();
     UniqueFd second(std::move(first));
@@ -81,7 +81,7 @@ void tst_SharedFile::anOwnerHandsItsDescriptorOn() {
     QVERIFY(!isOpenDescriptor(replaced));
 }
 
-void tst_SharedFile::readsARegularFile() {
+void TestSharedFile::readsARegularFile() {
     write(at("file"), "abc");
     const UniqueFd file = SharedFile::openToRead(at("file"));
     QVERIFY(file.isValid());
@@ -90,7 +90,7 @@ void tst_SharedFile::readsARegularFile() {
     QCOMPARE(*bytes, QByteArray("abc"));
 }
 
-void tst_SharedFile::refusesAnythingButARegularFile_data() {
+void TestSharedFile::refusesAnythingButARegularFile_data() {
     QTest::addColumn<QString>("obstacle");
     QTest::addColumn<int>("readError");
     QTest::addColumn<int>("writeError");
@@ -104,7 +104,7 @@ void tst_SharedFile::refusesAnythingButARegularFile_data() {
     row("folder", EISDIR, EISDIR);
 }
 
-void tst_SharedFile::refusesAnythingButARegularFile() {
+void TestSharedFile::refusesAnythingButARegularFile() {
     QFETCH(QString, obstacle);
     QFETCH(int, readError);
     QFETCH(int, writeError);
@@ -124,7 +124,7 @@ void tst_SharedFile::refusesAnythingButARegularFile() {
     QCOMPARE(modeOf(at("victim")), mode_t(0640));
 }
 
-void tst_SharedFile::createsNothingBehindALinkToNowhere() {
+void TestSharedFile::createsNothingBehindALinkToNowhere() {
     plant(QStringLiteral("link"), at("planted"), at("nowhere"));
     QVERIFY(!SharedFile::openToWrite(at("planted")).isValid());
     QCOMPARE(errno, ELOOP);
@@ -132,21 +132,21 @@ void tst_SharedFile::createsNothingBehindALinkToNowhere() {
     QVERIFY(!QFile::exists(at("nowhere")));
 }
 
-void tst_SharedFile::readsAFileWithTwoNamesWhereThatIsAllowed() {
+void TestSharedFile::readsAFileWithTwoNamesWhereThatIsAllowed() {
     write(at("file"), "abc");
     plant(QStringLiteral("hard link"), at("second"), at("file"));
     QVERIFY(!SharedFile::openToRead(at("file")).isValid());
     QVERIFY(SharedFile::openToRead(at("file"), SharedFile::OtherNames::Allowed).isValid());
 }
 
-void tst_SharedFile::opensNoDevice() {
+void TestSharedFile::opensNoDevice() {
     QVERIFY(!SharedFile::openToRead(QStringLiteral("/dev/null")).isValid());
     QCOMPARE(errno, EINVAL);
     QVERIFY(!SharedFile::openToWrite(QStringLiteral("/dev/null")).isValid());
     QCOMPARE(errno, EINVAL);
 }
 
-void tst_SharedFile::createsAFileToWriteAndEmptiesAnOldOne() {
+void TestSharedFile::createsAFileToWriteAndEmptiesAnOldOne() {
     const mode_t umaskBefore = ::umask(0);
     {
         const UniqueFd file = SharedFile::openToWrite(at("file"), 0640);
@@ -161,7 +161,7 @@ void tst_SharedFile::createsAFileToWriteAndEmptiesAnOldOne() {
     QCOMPARE(modeOf(at("file")), mode_t(0640));
 }
 
-void tst_SharedFile::leavesAFileToLockAsItIs() {
+void TestSharedFile::leavesAFileToLockAsItIs() {
     write(at("file"), "abc");
     QVERIFY(SharedFile::openToLock(at("file")).isValid());
     QCOMPARE(contentOf(at("file")), QByteArray("abc"));
@@ -169,14 +169,14 @@ void tst_SharedFile::leavesAFileToLockAsItIs() {
     QCOMPARE(contentOf(at("new")), QByteArray());
 }
 
-void tst_SharedFile::isNotInheritedByOtherPrograms() {
+void TestSharedFile::isNotInheritedByOtherPrograms() {
     const UniqueFd files[] = {SharedFile::openToWrite(at("file")), SharedFile::openToRead(at("file")),
                               SharedFile::openToLock(at("file"))};
     for (const UniqueFd &file : files)
         QCOMPARE(::fcntl(file.get(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
 }
 
-void tst_SharedFile::readsUpToTheLimit_data() {
+void TestSharedFile::readsUpToTheLimit_data() {
     QTest::addColumn<int>("size");
     QTest::addColumn<bool>("isRead");
 
@@ -186,7 +186,7 @@ void tst_SharedFile::readsUpToTheLimit_data() {
     QTest::newRow("one byte above") << 100'001 << false;
 }
 
-void tst_SharedFile::readsUpToTheLimit() {
+void TestSharedFile::readsUpToTheLimit() {
     QFETCH(int, size);
     QFETCH(bool, isRead);
     const QByteArray content(size, 'x');
@@ -200,7 +200,7 @@ void tst_SharedFile::readsUpToTheLimit() {
         QCOMPARE(errno, EFBIG);
 }
 
-void tst_SharedFile::refusesAHugeFileWithoutReadingIt() {
+void TestSharedFile::refusesAHugeFileWithoutReadingIt() {
     write(at("file"), "");
     QCOMPARE(::truncate(QFile::encodeName(at("file")).constData(), off_t(1) << 40), 0);
     const UniqueFd file = SharedFile::openToRead(at("file"));
@@ -209,12 +209,12 @@ void tst_SharedFile::refusesAHugeFileWithoutReadingIt() {
     QCOMPARE(::lseek(file.get(), 0, SEEK_CUR), off_t(0));
 }
 
-void tst_SharedFile::readsNothingFromWhatIsNotOpen() {
+void TestSharedFile::readsNothingFromWhatIsNotOpen() {
     QVERIFY(!SharedFile::readAll(UniqueFd(), 100).has_value());
     QCOMPARE(errno, EBADF);
 }
 
-void tst_SharedFile::writesAllOrFails() {
+void TestSharedFile::writesAllOrFails() {
     const UniqueFd full(::open("/dev/full", O_WRONLY | O_CLOEXEC));
     QVERIFY(full.isValid());
     QVERIFY(!SharedFile::writeAll(full, "abc"));
@@ -222,7 +222,7 @@ void tst_SharedFile::writesAllOrFails() {
     QVERIFY(SharedFile::writeAll(full, ""));
 }
 
-void tst_SharedFile::sharesAFileWithTheWebUi() {
+void TestSharedFile::sharesAFileWithTheWebUi() {
     const mode_t umaskBefore = ::umask(077);
     const UniqueFd file = SharedFile::openToWrite(at("file"));
     ::umask(umaskBefore);
@@ -241,5 +241,5 @@ void tst_SharedFile::sharesAFileWithTheWebUi() {
     QCOMPARE(statusOf(at("file")).st_gid == webUi->gr_gid, mayGiveAway);
 }
 
-QTEST_APPLESS_MAIN(tst_SharedFile)
+QTEST_APPLESS_MAIN(TestSharedFile)
 #include "tst_SharedFile.moc"

@@ -23,7 +23,7 @@ std::chrono::milliseconds processorTime() {
 
 } // namespace
 
-class tst_ArduinoRecovery : public ArduinoBench {
+class TestArduinoRecovery : public ArduinoBench {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -44,7 +44,7 @@ private Q_SLOTS:
     void doesNotWaitForABoardThatTakesNothing();
 };
 
-void tst_ArduinoRecovery::welcomesTheFirstStartOfTheBoard() {
+void TestArduinoRecovery::welcomesTheFirstStartOfTheBoard() {
     open();
     QSignalSpy cos(m_radio.get(), &ArduinoController::cosChanged);
     sayAndWait("COS:1\nARDUINO:READY\n");
@@ -54,7 +54,7 @@ void tst_ArduinoRecovery::welcomesTheFirstStartOfTheBoard() {
     QTRY_COMPARE(m_board->heard(), QByteArray("PTT:1\n")); // and no configuration before it
 }
 
-void tst_ArduinoRecovery::healsAnUnexpectedReset_data() {
+void TestArduinoRecovery::healsAnUnexpectedReset_data() {
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<QList<bool>>("reports");
 
@@ -63,7 +63,7 @@ void tst_ArduinoRecovery::healsAnUnexpectedReset_data() {
     QTest::newRow("squelch not reported yet") << QByteArray() << QList<bool>();
 }
 
-void tst_ArduinoRecovery::healsAnUnexpectedReset() {
+void TestArduinoRecovery::healsAnUnexpectedReset() {
     QFETCH(QByteArray, before);
     m_radio = std::make_unique<ArduinoController>(nullptr, ArduinoTiming{1h, 1h, 30ms, 1h});
     open();
@@ -85,7 +85,7 @@ void tst_ArduinoRecovery::healsAnUnexpectedReset() {
     QVERIFY(m_radio->isOpen());
 }
 
-void tst_ArduinoRecovery::configuresOncePerReset() {
+void TestArduinoRecovery::configuresOncePerReset() {
     m_radio = std::make_unique<ArduinoController>(nullptr, ArduinoTiming{1h, 1h, 30ms, 1h});
     open();
     sayAndWait("ARDUINO:READY\nARDUINO:READY\nARDUINO:READY\n");
@@ -94,7 +94,7 @@ void tst_ArduinoRecovery::configuresOncePerReset() {
     QCOMPARE(m_log->take(), (QStringList{configSent("true", "false"), configSent("true", "false")}));
 }
 
-void tst_ArduinoRecovery::closesALostPortOnce_data() {
+void TestArduinoRecovery::closesALostPortOnce_data() {
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<QList<bool>>("reports");
 
@@ -102,7 +102,7 @@ void tst_ArduinoRecovery::closesALostPortOnce_data() {
     QTest::newRow("squelch closed") << QByteArray("COS:0\n") << QList<bool>{false};
 }
 
-void tst_ArduinoRecovery::closesALostPortOnce() {
+void TestArduinoRecovery::closesALostPortOnce() {
     QFETCH(QByteArray, before);
     m_radio = std::make_unique<ArduinoController>(nullptr, quick);
     QVERIFY(m_radio->openPort(m_board->device(), 9600, cosHigh, !pttInverted));
@@ -119,7 +119,7 @@ void tst_ArduinoRecovery::closesALostPortOnce() {
     QVERIFY(!m_radio->findChild<QSerialPort *>());
 }
 
-void tst_ArduinoRecovery::saysThatThePortIsLostBeforeTheSquelchCloses() {
+void TestArduinoRecovery::saysThatThePortIsLostBeforeTheSquelchCloses() {
     open();
     sayAndWait("COS:1\n");
     QStringList loggedAtReport;
@@ -133,7 +133,7 @@ void tst_ArduinoRecovery::saysThatThePortIsLostBeforeTheSquelchCloses() {
     QVERIFY(!isOpenAtReport);
 }
 
-void tst_ArduinoRecovery::doesNotSpinOnALostPort() {
+void TestArduinoRecovery::doesNotSpinOnALostPort() {
     open();
     m_board->vanish();
     QTRY_VERIFY(!m_radio->isOpen());
@@ -146,7 +146,7 @@ void tst_ArduinoRecovery::doesNotSpinOnALostPort() {
     QVERIFY2(processorTime() - before < 100ms, "the loop has been busy with a dead port");
 }
 
-void tst_ArduinoRecovery::survivesWritingToALostPort() {
+void TestArduinoRecovery::survivesWritingToALostPort() {
     open();
     m_board->vanish();
     m_radio->setPtt(true); // before the loop has come to know of the loss
@@ -156,7 +156,7 @@ void tst_ArduinoRecovery::survivesWritingToALostPort() {
     QCOMPARE(m_log->take(), (QStringList{configSent("true", "false"), lost(*m_board)}));
 }
 
-void tst_ArduinoRecovery::opensAgainAfterALoss() {
+void TestArduinoRecovery::opensAgainAfterALoss() {
     open();
     m_board->vanish();
     QTRY_VERIFY(!m_radio->isOpen());
@@ -168,7 +168,7 @@ void tst_ArduinoRecovery::opensAgainAfterALoss() {
     QCOMPARE(firstArguments(cos), QList<bool>{true});
 }
 
-void tst_ArduinoRecovery::unkeysTheTransmitterOfABusyBoardOnTheWayOut() {
+void TestArduinoRecovery::unkeysTheTransmitterOfABusyBoardOnTheWayOut() {
     open();
     for (int i = 0; i < moreThanAPtyHolds; ++i)
         m_radio->setPtt(true);
@@ -181,7 +181,7 @@ void tst_ArduinoRecovery::unkeysTheTransmitterOfABusyBoardOnTheWayOut() {
     QCOMPARE(m_board->heard(), QByteArray("PTT:1\n").repeated(moreThanAPtyHolds) + "PTT:0\n");
 }
 
-void tst_ArduinoRecovery::doesNotTakeABusyBoardForALostOne() {
+void TestArduinoRecovery::doesNotTakeABusyBoardForALostOne() {
     open();
     for (int i = 0; i < moreThanAPtyHolds; ++i)
         m_radio->setPtt(true);
@@ -193,7 +193,7 @@ void tst_ArduinoRecovery::doesNotTakeABusyBoardForALostOne() {
     QCOMPARE(m_log->take(), QStringList());
 }
 
-void tst_ArduinoRecovery::doesNotWaitForABoardThatTakesNothing() {
+void TestArduinoRecovery::doesNotWaitForABoardThatTakesNothing() {
     open();
     for (int i = 0; i < moreThanAPtyHolds; ++i)
         m_radio->setPtt(true);
@@ -203,5 +203,5 @@ void tst_ArduinoRecovery::doesNotWaitForABoardThatTakesNothing() {
     QVERIFY2(timer.elapsed() < 1000, qPrintable(QString::number(timer.elapsed())));
 }
 
-QTEST_GUILESS_MAIN(tst_ArduinoRecovery)
+QTEST_GUILESS_MAIN(TestArduinoRecovery)
 #include "tst_ArduinoRecovery.moc"

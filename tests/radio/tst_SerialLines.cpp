@@ -2,7 +2,7 @@
 
 #include <QTest>
 
-class tst_SerialLines : public QObject {
+class TestSerialLines : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -15,7 +15,7 @@ private Q_SLOTS:
     void forgetsAnUnfinishedLine();
 };
 
-void tst_SerialLines::putsLinesTogetherFromChunks_data() {
+void TestSerialLines::putsLinesTogetherFromChunks_data() {
     QTest::addColumn<QList<QByteArray>>("chunks");
     QTest::addColumn<QStringList>("lines");
 
@@ -47,7 +47,7 @@ void tst_SerialLines::putsLinesTogetherFromChunks_data() {
     row("the longest", {QByteArray(64, 'x') + "\n"}, {QString(64, QLatin1Char('x'))});
 }
 
-void tst_SerialLines::putsLinesTogetherFromChunks() {
+void TestSerialLines::putsLinesTogetherFromChunks() {
     QFETCH(QList<QByteArray>, chunks);
     SerialLines lines;
     QStringList completed;
@@ -56,7 +56,7 @@ void tst_SerialLines::putsLinesTogetherFromChunks() {
     QTEST(completed, "lines");
 }
 
-void tst_SerialLines::givesTheSameLinesWhereverTheBytesAreSplit() {
+void TestSerialLines::givesTheSameLinesWhereverTheBytesAreSplit() {
     const QByteArray stream = " COS:1\r\nARDUINO:READY\n\nPONG  \n" + QByteArray(70, 'y') + "\nCOS:0\n";
     const QStringList whole = SerialLines().feed(stream);
     QCOMPARE(whole.size(), 6);
@@ -71,7 +71,7 @@ void tst_SerialLines::givesTheSameLinesWhereverTheBytesAreSplit() {
     }
 }
 
-void tst_SerialLines::neverTakesACutLineForAShortOne_data() {
+void TestSerialLines::neverTakesACutLineForAShortOne_data() {
     QTest::addColumn<QByteArray>("line");
 
     QTest::newRow("text behind the limit") << "COS:1" + QByteArray(59, ' ') + "x\n";
@@ -81,14 +81,14 @@ void tst_SerialLines::neverTakesACutLineForAShortOne_data() {
     QTest::newRow("ends like a line") << QByteArray(500, 'x') + " COS:1\n";
 }
 
-void tst_SerialLines::neverTakesACutLineForAShortOne() {
+void TestSerialLines::neverTakesACutLineForAShortOne() {
     QFETCH(QByteArray, line);
     const QStringList lines = SerialLines().feed(line);
     QCOMPARE(lines.size(), 1);
     QCOMPARE(lines.first().size(), SerialLines::maxLineLength);
 }
 
-void tst_SerialLines::keepsNoneOfAnEndlessLine() {
+void TestSerialLines::keepsNoneOfAnEndlessLine() {
     SerialLines lines;
     const QByteArray noise(4096, 'U');
     for (int i = 0; i < 1000; ++i)
@@ -97,12 +97,12 @@ void tst_SerialLines::keepsNoneOfAnEndlessLine() {
     QCOMPARE(completed, (QStringList{QString(64, QLatin1Char('U')), QStringLiteral("COS:1")}));
 }
 
-void tst_SerialLines::forgetsAnUnfinishedLine() {
+void TestSerialLines::forgetsAnUnfinishedLine() {
     SerialLines lines;
     QVERIFY(lines.feed("COS:1 and").isEmpty());
     lines.clear();
     QCOMPARE(lines.feed("COS:0\n"), QStringList(QStringLiteral("COS:0")));
 }
 
-QTEST_APPLESS_MAIN(tst_SerialLines)
+QTEST_APPLESS_MAIN(TestSerialLines)
 #include "tst_SerialLines.moc"

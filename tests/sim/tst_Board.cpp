@@ -53,7 +53,7 @@ private:
 
 } // namespace
 
-class tst_Board : public QObject {
+class TestBoard : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -74,7 +74,7 @@ private Q_SLOTS:
     void withoutADevptsThereIsNoBoard();
 };
 
-void tst_Board::itsPortIsARawLine() {
+void TestBoard::itsPortIsARawLine() {
     const Board board(sim::sitePaths().devpts);
     QVERIFY(board.isThere());
     const Port port(board);
@@ -86,7 +86,7 @@ void tst_Board::itsPortIsARawLine() {
     QCOMPARE(settings.c_iflag & tcflag_t(ICRNL | IXON), tcflag_t(0));
 }
 
-void tst_Board::squelchIsToldToWhoeverHasThePortOpen() {
+void TestBoard::squelchIsToldToWhoeverHasThePortOpen() {
     Board board(sim::sitePaths().devpts);
     Port port(board);
     board.announceReady();
@@ -95,7 +95,7 @@ void tst_Board::squelchIsToldToWhoeverHasThePortOpen() {
     QTRY_COMPARE(port.received(), QByteArray("ARDUINO:READY\r\nCOS:1\r\nCOS:0\r\n"));
 }
 
-void tst_Board::whatIsSaidToNobodyIsLost() {
+void TestBoard::whatIsSaidToNobodyIsLost() {
     Board board(sim::sitePaths().devpts);
     board.setSquelch(true);
     Port port(board);
@@ -103,7 +103,7 @@ void tst_Board::whatIsSaidToNobodyIsLost() {
     QTRY_COMPARE(port.received(), QByteArray("COS:0\r\n"));
 }
 
-void tst_Board::linesAreHeardWholeHoweverTheyArrive() {
+void TestBoard::linesAreHeardWholeHoweverTheyArrive() {
     const Board board(sim::sitePaths().devpts);
     QSignalSpy heard(&board, &Board::lineHeard);
     Port port(board);
@@ -116,14 +116,14 @@ void tst_Board::linesAreHeardWholeHoweverTheyArrive() {
     QCOMPARE(heard.count(), 3);
 }
 
-void tst_Board::pingIsAnswered() {
+void TestBoard::pingIsAnswered() {
     const Board board(sim::sitePaths().devpts);
     Port port(board);
     QVERIFY(port.write("PING\n"));
     QTRY_COMPARE(port.received(), QByteArray("PONG\r\n"));
 }
 
-void tst_Board::keyingIsRecordedWithItsTimeAndEchoed() {
+void TestBoard::keyingIsRecordedWithItsTimeAndEchoed() {
     const Board board(sim::sitePaths().devpts);
     Port port(board);
     const qint64 before = monotonicNs();
@@ -139,7 +139,7 @@ void tst_Board::keyingIsRecordedWithItsTimeAndEchoed() {
     QVERIFY(!keyings[1].keyed && keyings[1].timeNs >= between && keyings[1].timeNs <= monotonicNs());
 }
 
-void tst_Board::aRepeatedRequestIsEchoedButNoChange() {
+void TestBoard::aRepeatedRequestIsEchoedButNoChange() {
     const Board board(sim::sitePaths().devpts);
     QSignalSpy changes(&board, &Board::pttChanged);
     Port port(board);
@@ -149,7 +149,7 @@ void tst_Board::aRepeatedRequestIsEchoedButNoChange() {
     QCOMPARE(board.keyings().size(), std::size_t(1));
 }
 
-void tst_Board::otherLinesAreOnlyHeard() {
+void TestBoard::otherLinesAreOnlyHeard() {
     const Board board(sim::sitePaths().devpts);
     Port port(board);
     QVERIFY(port.write("ptt:1\nPTT:2\nPTT:1 now\nPING\n"));
@@ -158,7 +158,7 @@ void tst_Board::otherLinesAreOnlyHeard() {
     QTRY_COMPARE(port.received(), QByteArray("PONG\r\n"));
 }
 
-void tst_Board::aResetDropsPttAndAnnounces() {
+void TestBoard::aResetDropsPttAndAnnounces() {
     Board board(sim::sitePaths().devpts);
     Port port(board);
     QVERIFY(port.write("PTT:1\n"));
@@ -169,7 +169,7 @@ void tst_Board::aResetDropsPttAndAnnounces() {
     QTRY_VERIFY(port.received().endsWith("ARDUINO:READY\r\n"));
 }
 
-void tst_Board::aClosedPortIsNoticedAndOpensAgain() {
+void TestBoard::aClosedPortIsNoticedAndOpensAgain() {
     Board board(sim::sitePaths().devpts);
     QSignalSpy opened(&board, &Board::portOpened);
     QSignalSpy closed(&board, &Board::portClosed);
@@ -190,7 +190,7 @@ void tst_Board::aClosedPortIsNoticedAndOpensAgain() {
     QTRY_COMPARE(second.received(), QByteArray("PTT_OFF\r\n"));
 }
 
-void tst_Board::aClosedPortCostsNothing() {
+void TestBoard::aClosedPortCostsNothing() {
     Board board(sim::sitePaths().devpts);
     Port port(board);
     QTRY_VERIFY(board.isPortOpen());
@@ -208,7 +208,7 @@ void tst_Board::aClosedPortCostsNothing() {
     QVERIFY2(rounds < 20, qPrintable(QString::number(rounds)));
 }
 
-void tst_Board::manyBytesArriveInOrder() {
+void TestBoard::manyBytesArriveInOrder() {
     Board board(sim::sitePaths().devpts);
     Port port(board);
     QByteArray bytes;
@@ -219,7 +219,7 @@ void tst_Board::manyBytesArriveInOrder() {
     QVERIFY(port.received() == bytes);
 }
 
-void tst_Board::aVanishedBoardHangsUp() {
+void TestBoard::aVanishedBoardHangsUp() {
     Board board(sim::sitePaths().devpts);
     const Port port(board);
     QTRY_VERIFY(board.isPortOpen());
@@ -234,7 +234,7 @@ void tst_Board::aVanishedBoardHangsUp() {
     board.vanish();
 }
 
-void tst_Board::aBoardMayVanishFromWithinItsOwnSignal() {
+void TestBoard::aBoardMayVanishFromWithinItsOwnSignal() {
     Board board(sim::sitePaths().devpts);
     Port port(board);
     connect(&board, &Board::pttChanged, &board, [&board] { board.vanish(); });
@@ -243,7 +243,7 @@ void tst_Board::aBoardMayVanishFromWithinItsOwnSignal() {
     QCOMPARE(board.linesHeard(), QList<QByteArray>{"PTT:1"});
 }
 
-void tst_Board::withoutADevptsThereIsNoBoard() {
+void TestBoard::withoutADevptsThereIsNoBoard() {
     QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^no pseudo-terminal in \"/nowhere\"")));
     Board board(QStringLiteral("/nowhere"));
     QVERIFY(!board.isThere());
@@ -254,7 +254,7 @@ int main(int argc, char **argv) {
     if (!sim::enterPrivateSite())
         return 1;
     QCoreApplication app(argc, argv);
-    tst_Board test;
+    TestBoard test;
     return QTest::qExec(&test, argc, argv);
 }
 

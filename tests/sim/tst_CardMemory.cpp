@@ -6,7 +6,7 @@
 
 using namespace sim;
 
-class tst_CardMemory : public QObject {
+class TestCardMemory : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -18,7 +18,7 @@ private Q_SLOTS:
     void whatWasPutOneLapAgoIsSilence();
 };
 
-void tst_CardMemory::framesAreNumberedByTheirTime_data() {
+void TestCardMemory::framesAreNumberedByTheirTime_data() {
     QTest::addColumn<qint64>("timeNs");
     QTest::addColumn<qint64>("rateHz");
     QTest::addColumn<qint64>("index");
@@ -30,19 +30,19 @@ void tst_CardMemory::framesAreNumberedByTheirTime_data() {
     QTest::newRow("a year up") << Q_INT64_C(31536000000000000) << Q_INT64_C(48000) << Q_INT64_C(1513728000000);
 }
 
-void tst_CardMemory::framesAreNumberedByTheirTime() {
+void TestCardMemory::framesAreNumberedByTheirTime() {
     QFETCH(qint64, timeNs);
     QFETCH(qint64, rateHz);
     QTEST(qint64(airIndex(timeNs, rateHz)), "index");
 }
 
-void tst_CardMemory::aFrameIsFoundAtTheTimeItPasses_data() {
+void TestCardMemory::aFrameIsFoundAtTheTimeItPasses_data() {
     QTest::addColumn<qint64>("rateHz");
     QTest::newRow("48000") << Q_INT64_C(48000);
     QTest::newRow("44100") << Q_INT64_C(44100);
 }
 
-void tst_CardMemory::aFrameIsFoundAtTheTimeItPasses() {
+void TestCardMemory::aFrameIsFoundAtTheTimeItPasses() {
     QFETCH(qint64, rateHz);
     for (qint64 index = 1'000'000'000'000; index < 1'000'000'050'000; ++index) {
         const qint64 timeNs = airTimeNs(index, rateHz);
@@ -51,7 +51,7 @@ void tst_CardMemory::aFrameIsFoundAtTheTimeItPasses() {
     }
 }
 
-void tst_CardMemory::whatWasPutIsFound() {
+void TestCardMemory::whatWasPutIsFound() {
     const auto ring = std::make_unique<AirRing>();
     for (int sample = -32768; sample <= 32767; ++sample)
         ring->put(sample + 123'456'789, std::int16_t(sample));
@@ -59,7 +59,7 @@ void tst_CardMemory::whatWasPutIsFound() {
         QCOMPARE(int(ring->at(sample + 123'456'789)), sample);
 }
 
-void tst_CardMemory::whatWasPutOneLapAgoIsSilence() {
+void TestCardMemory::whatWasPutOneLapAgoIsSilence() {
     const auto ring = std::make_unique<AirRing>();
     ring->put(5000, 1234);
     QCOMPARE(int(ring->at(5000 + AirRing::frames)), 0);
@@ -68,5 +68,5 @@ void tst_CardMemory::whatWasPutOneLapAgoIsSilence() {
     QCOMPARE(int(ring->at(5000)), 0);
 }
 
-QTEST_APPLESS_MAIN(tst_CardMemory)
+QTEST_APPLESS_MAIN(TestCardMemory)
 #include "tst_CardMemory.moc"

@@ -25,7 +25,7 @@ bool isAlive(pid_t process) {
 
 } // namespace
 
-class tst_Daemon : public QObject {
+class TestDaemon : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -41,7 +41,7 @@ private Q_SLOTS:
     void whatASanitizerFindsInItEndsTheProgram();
 };
 
-void tst_Daemon::theLogIsTakenDownWithItsLevels() {
+void TestDaemon::theLogIsTakenDownWithItsLevels() {
     Daemon daemon(script("printf 'debug [TX] a\\ninfo b — c\\nwarning  d\\nALSA lib pcm.c: e\\n' >&2"));
     QSignalSpy ended(&daemon, &Daemon::ended);
     QVERIFY(daemon.start());
@@ -59,14 +59,14 @@ void tst_Daemon::theLogIsTakenDownWithItsLevels() {
     QVERIFY(log[0].timeNs > 0 && log[0].timeNs <= log[3].timeNs);
 }
 
-void tst_Daemon::aLineIsWholeHoweverItArrives() {
+void TestDaemon::aLineIsWholeHoweverItArrives() {
     Daemon daemon(script("printf 'info half' >&2; sleep 0.05; printf ' and half\\ninfo no end' >&2; sleep 100"));
     QVERIFY(daemon.start());
     QTRY_COMPARE(daemon.log().size(), 1);
     QCOMPARE(daemon.log()[0].text, QStringLiteral("half and half"));
 }
 
-void tst_Daemon::wordsAreFoundInTheLog() {
+void TestDaemon::wordsAreFoundInTheLog() {
     Daemon daemon(script("printf 'info one two\\nwarning two three\\n' >&2"));
     QVERIFY(daemon.start());
     QTRY_COMPARE(daemon.log().size(), 2);
@@ -77,7 +77,7 @@ void tst_Daemon::wordsAreFoundInTheLog() {
     QCOMPARE(daemon.logged(QStringLiteral("two")).size(), 0);
 }
 
-void tst_Daemon::itRunsWithoutALocaleAndWithWhatItIsGiven() {
+void TestDaemon::itRunsWithoutALocaleAndWithWhatItIsGiven() {
     qputenv("LANG", "id_ID.UTF-8");
     qputenv("LC_ALL", "id_ID.UTF-8");
     Daemon daemon(script("echo \"info <$LANG> <$LC_ALL> <$QT_MESSAGE_PATTERN> <$GIVEN>\" >&2"));
@@ -87,7 +87,7 @@ void tst_Daemon::itRunsWithoutALocaleAndWithWhatItIsGiven() {
     QCOMPARE(daemon.log()[0].text, QStringLiteral("<> <> <%{type} %{message}> <this>"));
 }
 
-void tst_Daemon::itIsKilledWithItsChildren() {
+void TestDaemon::itIsKilledWithItsChildren() {
     Daemon daemon(script("sleep 100 & echo \"info $!\" >&2; wait"));
     QVERIFY(daemon.start());
     QTRY_COMPARE(daemon.log().size(), 1);
@@ -101,7 +101,7 @@ void tst_Daemon::itIsKilledWithItsChildren() {
     QTRY_VERIFY(!isAlive(child));
 }
 
-void tst_Daemon::itCanBeStartedAgain() {
+void TestDaemon::itCanBeStartedAgain() {
     Daemon daemon(script("echo \"info up\" >&2; sleep 100"));
     QSignalSpy ended(&daemon, &Daemon::ended);
     QVERIFY(daemon.start());
@@ -113,14 +113,14 @@ void tst_Daemon::itCanBeStartedAgain() {
     QVERIFY(daemon.isRunning());
 }
 
-void tst_Daemon::aProgramThatIsNotThereDoesNotStart() {
+void TestDaemon::aProgramThatIsNotThereDoesNotStart() {
     Daemon daemon({QStringLiteral("/nowhere/program")});
     QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^cannot start .*/nowhere/program")));
     QVERIFY(!daemon.start());
     QVERIFY(!daemon.isRunning());
 }
 
-void tst_Daemon::whatASanitizerFindsInItEndsTheProgram_data() {
+void TestDaemon::whatASanitizerFindsInItEndsTheProgram_data() {
     QTest::addColumn<QStringList>("program");
     QTest::addColumn<bool>("survived");
     QTest::newRow("an ordinary end") << script("exit 0") << true;
@@ -128,7 +128,7 @@ void tst_Daemon::whatASanitizerFindsInItEndsTheProgram_data() {
     QTest::newRow("a report") << script("[ \"${ASAN_OPTIONS##*:}\" = exitcode=99 ] && exit 99") << false;
 }
 
-void tst_Daemon::whatASanitizerFindsInItEndsTheProgram() {
+void TestDaemon::whatASanitizerFindsInItEndsTheProgram() {
     QFETCH(QStringList, program);
     QFETCH(bool, survived);
     const pid_t child = fork();
@@ -147,7 +147,7 @@ void tst_Daemon::whatASanitizerFindsInItEndsTheProgram() {
     QCOMPARE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT, !survived);
 }
 
-void tst_Daemon::theProgramCanBeChosen() {
+void TestDaemon::theProgramCanBeChosen() {
     qunsetenv("KIVO_APPLIANCE_PROGRAM");
     QCOMPARE(Daemon::defaultProgram().size(), 1);
     QVERIFY(Daemon::defaultProgram()[0].endsWith(QStringLiteral("/kivo-appliance")));
@@ -157,5 +157,5 @@ void tst_Daemon::theProgramCanBeChosen() {
     qunsetenv("KIVO_APPLIANCE_PROGRAM");
 }
 
-QTEST_GUILESS_MAIN(tst_Daemon)
+QTEST_GUILESS_MAIN(TestDaemon)
 #include "tst_Daemon.moc"

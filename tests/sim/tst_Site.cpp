@@ -52,11 +52,11 @@ struct Machine {
 
 } // namespace
 
-class tst_Site : public QObject {
+class TestSite : public QObject {
     Q_OBJECT
 
 public:
-    explicit tst_Site(Machine &machine) : m_machine(machine) {}
+    explicit TestSite(Machine &machine) : m_machine(machine) {}
 
 private Q_SLOTS:
     void itIsInNamespacesOfItsOwn();
@@ -78,13 +78,13 @@ private:
     Machine &m_machine;
 };
 
-void tst_Site::itIsInNamespacesOfItsOwn() {
+void TestSite::itIsInNamespacesOfItsOwn() {
     QVERIFY(!m_machine.mountNamespace.isEmpty());
     QVERIFY(linkTarget("/proc/self/ns/mnt") != m_machine.mountNamespace);
     QVERIFY(linkTarget("/proc/self/ns/net") != m_machine.networkNamespace);
 }
 
-void tst_Site::theMachineIsUntouched() {
+void TestSite::theMachineIsUntouched() {
     const Site site;
     QCOMPARE(m_machine.entries(), m_machine.optEntries);
     const QByteArray mounts = contents(m_machine.mounts);
@@ -95,7 +95,7 @@ void tst_Site::theMachineIsUntouched() {
     QVERIFY(ownMounts.readAll().contains("kivo-site"));
 }
 
-void tst_Site::theRestOfOptStaysInSight() {
+void TestSite::theRestOfOptStaysInSight() {
     for (const QString &name : m_machine.optEntries) {
         if (name.startsWith(QStringLiteral("kivo-")))
             continue;
@@ -105,7 +105,7 @@ void tst_Site::theRestOfOptStaysInSight() {
     }
 }
 
-void tst_Site::theApplianceFoldersAreLikeOnABox() {
+void TestSite::theApplianceFoldersAreLikeOnABox() {
     const Site site;
     const group *webUi = getgrnam("www-data");
     for (const char *name : {"/config", "/tmp"}) {
@@ -118,7 +118,7 @@ void tst_Site::theApplianceFoldersAreLikeOnABox() {
     QCOMPARE(statusOf(sitePaths().appliance + QStringLiteral("/sounds")).st_mode, mode_t(S_IFDIR | 0755));
 }
 
-void tst_Site::theLoopbackIsUp() {
+void TestSite::theLoopbackIsUp() {
     QTcpServer server;
     QVERIFY(server.listen(QHostAddress::LocalHost, 8080));
     QTcpSocket client;
@@ -126,7 +126,7 @@ void tst_Site::theLoopbackIsUp() {
     QVERIFY(client.waitForConnected(5000));
 }
 
-void tst_Site::namesAreGivenByTheSitesOwnHosts() {
+void TestSite::namesAreGivenByTheSitesOwnHosts() {
     QCOMPARE(QHostInfo::fromName(QStringLiteral("localhost")).addresses().value(0),
              QHostAddress(QHostAddress::LocalHost));
     QFile hosts(sitePaths().hostsFile);
@@ -137,14 +137,14 @@ void tst_Site::namesAreGivenByTheSitesOwnHosts() {
              QHostAddress(QStringLiteral("127.0.0.7")));
 }
 
-void tst_Site::serialLocksAreTheSitesOwn() {
+void TestSite::serialLocksAreTheSitesOwn() {
     const QString folder = QFileInfo(QStringLiteral("/var/lock")).canonicalFilePath();
     QVERIFY(!folder.isEmpty());
     QCOMPARE(QDir(folder).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
     QVERIFY(QFileInfo(folder).isWritable());
 }
 
-void tst_Site::aConfigurationIsWrittenAsAsked() {
+void TestSite::aConfigurationIsWrittenAsAsked() {
     Site site;
     QVERIFY(site.readConfig().isEmpty());
     site.writeConfig();
@@ -163,7 +163,7 @@ void tst_Site::aConfigurationIsWrittenAsAsked() {
     QVERIFY(!changed.contains(QStringLiteral("password")));
 }
 
-void tst_Site::stateIsReadWhenItIsWhole() {
+void TestSite::stateIsReadWhenItIsWhole() {
     Site site;
     const QString name = QStringLiteral("kivo-status.json");
     QVERIFY(site.readState(name).isNull());
@@ -173,7 +173,7 @@ void tst_Site::stateIsReadWhenItIsWhole() {
     QVERIFY(site.readState(name).object().value(QStringLiteral("connected")).toBool());
 }
 
-void tst_Site::aFileIsDroppedWhole() {
+void TestSite::aFileIsDroppedWhole() {
     Site site;
     const QString exchange = sitePaths().appliance + QStringLiteral("/tmp/");
     site.dropFile(QStringLiteral("kivo-cmd-1.json"), "{\"action\":\"x\"}");
@@ -184,7 +184,7 @@ void tst_Site::aFileIsDroppedWhole() {
              QStringList{QStringLiteral("kivo-cmd-1.json")});
 }
 
-void tst_Site::aNewSiteIsANewBox() {
+void TestSite::aNewSiteIsANewBox() {
     const QString exchange = sitePaths().appliance + QStringLiteral("/tmp");
     {
         Site site;
@@ -199,7 +199,7 @@ void tst_Site::aNewSiteIsANewBox() {
              QStringList());
 }
 
-void tst_Site::waitingEndsWithTheConditionOrTheDeadline() {
+void TestSite::waitingEndsWithTheConditionOrTheDeadline() {
     QVERIFY(Site::waitFor([] { return true; }, 0));
     QVERIFY(!Site::waitFor([] { return false; }, 20));
     bool rang = false;
@@ -210,7 +210,7 @@ void tst_Site::waitingEndsWithTheConditionOrTheDeadline() {
     QVERIFY(Site::waitFor([&looks] { return ++looks == 5; }, 5000));
 }
 
-void tst_Site::theDaemonComesUpOnTheSite() {
+void TestSite::theDaemonComesUpOnTheSite() {
     Site site;
     QVERIFY2(site.bringUp(), qPrintable(site.daemon().logged(QString()).join(QLatin1Char('\n'))));
     QCOMPARE(site.server().roomOf(QStringLiteral("AB1CD")), QStringLiteral("Lobby"));
@@ -238,7 +238,7 @@ int main(int argc, char **argv) {
     if (!enterPrivateSite())
         return 1;
     const QCoreApplication app(argc, argv);
-    tst_Site test(machine);
+    TestSite test(machine);
     return QTest::qExec(&test, argc, argv);
 }
 

@@ -29,7 +29,7 @@ qint64 threadCpuNs() {
 
 } // namespace
 
-class tst_SoundCard : public CardBench {
+class TestSoundCard : public CardBench {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -55,14 +55,14 @@ private Q_SLOTS:
     void aSlowClockLeavesNoHoles();
 };
 
-void tst_SoundCard::defaultIsTheFirstCard() {
+void TestSoundCard::defaultIsTheFirstCard() {
     const SoundCard card(m_folder.path(), 0);
     const Handle handle(playback, "default");
     QCOMPARE(handle.error(), 0);
     QVERIFY(card.isPlaybackOpen());
 }
 
-void tst_SoundCard::theCardGrantsWhatItCan_data() {
+void TestSoundCard::theCardGrantsWhatItCan_data() {
     QTest::addColumn<int>("rateHz");
     QTest::addColumn<int>("minChannels");
     QTest::addColumn<uint>("askedRate");
@@ -77,7 +77,7 @@ void tst_SoundCard::theCardGrantsWhatItCan_data() {
     QTest::newRow("smallest period") << 48000 << 1 << 48000U << 48000U << 1U << 1024ULL << 64ULL;
 }
 
-void tst_SoundCard::theCardGrantsWhatItCan() {
+void TestSoundCard::theCardGrantsWhatItCan() {
     QFETCH(int, rateHz);
     QFETCH(int, minChannels);
     QFETCH(uint, askedRate);
@@ -100,7 +100,7 @@ void tst_SoundCard::theCardGrantsWhatItCan() {
     }
 }
 
-void tst_SoundCard::theClockSetsThePace_data() {
+void TestSoundCard::theClockSetsThePace_data() {
     QTest::addColumn<double>("ppm");
     QTest::addColumn<qint64>("realRate");
     QTest::newRow("exact") << 0.0 << Q_INT64_C(48000);
@@ -108,7 +108,7 @@ void tst_SoundCard::theClockSetsThePace_data() {
     QTest::newRow("one percent slow") << -10000.0 << Q_INT64_C(47520);
 }
 
-void tst_SoundCard::theClockSetsThePace() {
+void TestSoundCard::theClockSetsThePace() {
     QFETCH(double, ppm);
     QFETCH(qint64, realRate);
     CardOptions options;
@@ -133,7 +133,7 @@ void tst_SoundCard::theClockSetsThePace() {
     QVERIFY(frames <= framesIn(afterEnd - beforeStart, realRate) + 2);
 }
 
-void tst_SoundCard::whatIsFedIsCapturedSampleForSample() {
+void TestSoundCard::whatIsFedIsCapturedSampleForSample() {
     SoundCard card(m_folder.path(), 0);
     Handle handle(capture);
     QCOMPARE(handle.configure(), 0);
@@ -159,7 +159,7 @@ void tst_SoundCard::whatIsFedIsCapturedSampleForSample() {
     QCOMPARE(card.captureXruns(), 0);
 }
 
-void tst_SoundCard::bothChannelsCaptureTheSame() {
+void TestSoundCard::bothChannelsCaptureTheSame() {
     CardOptions options;
     options.minChannels = 2;
     SoundCard card(m_folder.path(), 0, options);
@@ -176,7 +176,7 @@ void tst_SoundCard::bothChannelsCaptureTheSame() {
     QCOMPARE(countSound(left), Q_INT64_C(4800));
 }
 
-void tst_SoundCard::aSecondFeedFollowsTheFirst() {
+void TestSoundCard::aSecondFeedFollowsTheFirst() {
     SoundCard card(m_folder.path(), 0);
     Handle handle(capture);
     QCOMPARE(handle.configure(), 0);
@@ -188,7 +188,7 @@ void tst_SoundCard::aSecondFeedFollowsTheFirst() {
     QVERIFY(std::search(captured.begin(), captured.end(), whole.begin(), whole.end()) != captured.end());
 }
 
-void tst_SoundCard::clearedFeedIsSilence() {
+void TestSoundCard::clearedFeedIsSilence() {
     SoundCard card(m_folder.path(), 0);
     Handle handle(capture);
     QCOMPARE(handle.configure(), 0);
@@ -197,7 +197,7 @@ void tst_SoundCard::clearedFeedIsSilence() {
     QVERIFY(isSilent(handle.read(9600)));
 }
 
-void tst_SoundCard::feedOfAnotherRateIsConverted() {
+void TestSoundCard::feedOfAnotherRateIsConverted() {
     CardOptions options;
     options.rateHz = 44100;
     SoundCard card(m_folder.path(), 0, options);
@@ -209,7 +209,7 @@ void tst_SoundCard::feedOfAnotherRateIsConverted() {
     QVERIFY(std::abs(countSound(captured) - 4410) <= 8);
 }
 
-void tst_SoundCard::whatIsWrittenPassesTheJackAtItsTime() {
+void TestSoundCard::whatIsWrittenPassesTheJackAtItsTime() {
     SoundCard card(m_folder.path(), 0);
     Handle handle(playback);
     QCOMPARE(handle.configure(), 0);
@@ -233,7 +233,7 @@ void tst_SoundCard::whatIsWrittenPassesTheJackAtItsTime() {
     QCOMPARE(card.playbackXruns(), 0);
 }
 
-void tst_SoundCard::aStereoPlaybackIsHeardAsTheMean() {
+void TestSoundCard::aStereoPlaybackIsHeardAsTheMean() {
     CardOptions options;
     options.minChannels = 2;
     const SoundCard card(m_folder.path(), 0, options);
@@ -250,7 +250,7 @@ void tst_SoundCard::aStereoPlaybackIsHeardAsTheMean() {
     QCOMPARE(countSound(heard), Q_INT64_C(1920));
 }
 
-void tst_SoundCard::gapsAreSilent() {
+void TestSoundCard::gapsAreSilent() {
     const SoundCard card(m_folder.path(), 0);
     Handle handle(playback);
     QCOMPARE(handle.configure(), 0);
@@ -273,7 +273,7 @@ void tst_SoundCard::gapsAreSilent() {
     QCOMPARE(countSound(heard), Q_INT64_C(3840));
 }
 
-void tst_SoundCard::droppedFramesNeverPassTheJack() {
+void TestSoundCard::droppedFramesNeverPassTheJack() {
     const SoundCard card(m_folder.path(), 0);
     Handle handle(playback);
     QCOMPARE(handle.configure(), 0);
@@ -286,7 +286,7 @@ void tst_SoundCard::droppedFramesNeverPassTheJack() {
     QVERIFY(isSilent(card.played(dropped + 100'000, dropped + 1'000'000'000).samples));
 }
 
-void tst_SoundCard::playbackStartsAtItsThreshold() {
+void TestSoundCard::playbackStartsAtItsThreshold() {
     const SoundCard card(m_folder.path(), 0);
     Handle handle(playback);
     QCOMPARE(handle.configure(), 0);
@@ -297,7 +297,7 @@ void tst_SoundCard::playbackStartsAtItsThreshold() {
     QCOMPARE(snd_pcm_state(handle), SND_PCM_STATE_RUNNING);
 }
 
-void tst_SoundCard::aFullBufferBlocksWithoutSpinning() {
+void TestSoundCard::aFullBufferBlocksWithoutSpinning() {
     const SoundCard card(m_folder.path(), 0);
     Handle handle(playback);
     QCOMPARE(handle.configure(), 0);
@@ -314,7 +314,7 @@ void tst_SoundCard::aFullBufferBlocksWithoutSpinning() {
     QCOMPARE(card.playbackXruns(), 0);
 }
 
-void tst_SoundCard::drainingEnds() {
+void TestSoundCard::drainingEnds() {
     const SoundCard card(m_folder.path(), 0);
     Handle handle(playback);
     QCOMPARE(handle.configure(), 0);
@@ -329,7 +329,7 @@ void tst_SoundCard::drainingEnds() {
     QCOMPARE(countSound(card.played(before, monotonicNs()).samples), Q_INT64_C(4800));
 }
 
-void tst_SoundCard::aSlowClockLeavesNoHoles() {
+void TestSoundCard::aSlowClockLeavesNoHoles() {
     CardOptions options;
     options.playbackPpm = -10000.0;
     const SoundCard card(m_folder.path(), 0, options);
@@ -348,5 +348,5 @@ void tst_SoundCard::aSlowClockLeavesNoHoles() {
     QVERIFY(std::all_of(heard.begin() + first, end, [](std::int16_t sample) { return sample == 7; }));
 }
 
-QTEST_GUILESS_MAIN(tst_SoundCard)
+QTEST_GUILESS_MAIN(TestSoundCard)
 #include "tst_SoundCard.moc"

@@ -6,7 +6,7 @@
 
 using namespace sim;
 
-class tst_SoundCardFaults : public CardBench {
+class TestSoundCardFaults : public CardBench {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -26,14 +26,14 @@ private Q_SLOTS:
     void failingWritesCannotBeRecovered();
 };
 
-void tst_SoundCardFaults::aCardThatIsNotThereCannotBeOpened() {
+void TestSoundCardFaults::aCardThatIsNotThereCannotBeOpened() {
     const SoundCard card(m_folder.path(), 0);
     QCOMPARE(Handle(capture, "hw:3,0").error(), -ENOENT);
     QCOMPARE(Handle(capture, "hw:0,1").error(), -ENOENT);
     QCOMPARE(Handle(capture, "hw:0,0").error(), 0);
 }
 
-void tst_SoundCardFaults::anAbsentCardSaysNoSuchDevice() {
+void TestSoundCardFaults::anAbsentCardSaysNoSuchDevice() {
     SoundCard card(m_folder.path(), 0);
     card.setPresent(false);
     QCOMPARE(Handle(capture).error(), -ENODEV);
@@ -42,7 +42,7 @@ void tst_SoundCardFaults::anAbsentCardSaysNoSuchDevice() {
     QCOMPARE(Handle(capture).error(), 0);
 }
 
-void tst_SoundCardFaults::aBusyCardSaysBusy() {
+void TestSoundCardFaults::aBusyCardSaysBusy() {
     SoundCard card(m_folder.path(), 0);
     card.setBusy(true);
     QCOMPARE(Handle(capture).error(), -EBUSY);
@@ -51,7 +51,7 @@ void tst_SoundCardFaults::aBusyCardSaysBusy() {
     QCOMPARE(Handle(playback).error(), 0);
 }
 
-void tst_SoundCardFaults::aDirectionCanBeOpenedOnce() {
+void TestSoundCardFaults::aDirectionCanBeOpenedOnce() {
     const SoundCard card(m_folder.path(), 0);
     Handle first(capture);
     QCOMPARE(first.error(), 0);
@@ -64,13 +64,13 @@ void tst_SoundCardFaults::aDirectionCanBeOpenedOnce() {
     QCOMPARE(Handle(capture).error(), 0);
 }
 
-void tst_SoundCardFaults::anOverrunIsReportedAndRecovered_data() {
+void TestSoundCardFaults::anOverrunIsReportedAndRecovered_data() {
     QTest::addColumn<bool>("onCommand");
     QTest::newRow("on command") << true;
     QTest::newRow("not read in time") << false;
 }
 
-void tst_SoundCardFaults::anOverrunIsReportedAndRecovered() {
+void TestSoundCardFaults::anOverrunIsReportedAndRecovered() {
     QFETCH(bool, onCommand);
     SoundCard card(m_folder.path(), 0);
     Handle handle(capture);
@@ -91,13 +91,13 @@ void tst_SoundCardFaults::anOverrunIsReportedAndRecovered() {
     QCOMPARE(card.captureXruns(), 1);
 }
 
-void tst_SoundCardFaults::anUnderrunIsReportedAndRecovered_data() {
+void TestSoundCardFaults::anUnderrunIsReportedAndRecovered_data() {
     QTest::addColumn<bool>("onCommand");
     QTest::newRow("on command") << true;
     QTest::newRow("not written in time") << false;
 }
 
-void tst_SoundCardFaults::anUnderrunIsReportedAndRecovered() {
+void TestSoundCardFaults::anUnderrunIsReportedAndRecovered() {
     QFETCH(bool, onCommand);
     SoundCard card(m_folder.path(), 0);
     Handle handle(playback);
@@ -117,7 +117,7 @@ void tst_SoundCardFaults::anUnderrunIsReportedAndRecovered() {
     QCOMPARE(card.playbackXruns(), 1);
 }
 
-void tst_SoundCardFaults::anUnpluggedCaptureEnds() {
+void TestSoundCardFaults::anUnpluggedCaptureEnds() {
     SoundCard card(m_folder.path(), 0);
     Handle handle(capture);
     QCOMPARE(handle.configure(), 0);
@@ -134,7 +134,7 @@ void tst_SoundCardFaults::anUnpluggedCaptureEnds() {
     QCOMPARE(Handle(capture).error(), -ENODEV);
 }
 
-void tst_SoundCardFaults::anUnpluggedPlaybackEnds() {
+void TestSoundCardFaults::anUnpluggedPlaybackEnds() {
     SoundCard card(m_folder.path(), 0);
     Handle handle(playback);
     QCOMPARE(handle.configure(), 0);
@@ -151,7 +151,7 @@ void tst_SoundCardFaults::anUnpluggedPlaybackEnds() {
     QVERIFY(snd_pcm_drain(handle) < 0);
 }
 
-void tst_SoundCardFaults::anUnplugEndsABlockedWrite() {
+void TestSoundCardFaults::anUnplugEndsABlockedWrite() {
     SoundCard card(m_folder.path(), 0);
     Handle handle(playback);
     QCOMPARE(handle.configure(), 0);
@@ -171,7 +171,7 @@ void tst_SoundCardFaults::anUnplugEndsABlockedWrite() {
     QCOMPARE(qint64(handle.write(Samples(960, 1))), qint64(-ENODEV));
 }
 
-void tst_SoundCardFaults::aCardPluggedInAgainMayHaveChanged() {
+void TestSoundCardFaults::aCardPluggedInAgainMayHaveChanged() {
     SoundCard card(m_folder.path(), 0);
     {
         Handle handle(capture);
@@ -187,7 +187,7 @@ void tst_SoundCardFaults::aCardPluggedInAgainMayHaveChanged() {
     QCOMPARE(handle.read(882).size(), std::size_t(882));
 }
 
-void tst_SoundCardFaults::failingWritesCannotBeRecovered() {
+void TestSoundCardFaults::failingWritesCannotBeRecovered() {
     SoundCard card(m_folder.path(), 0);
     Handle handle(playback);
     QCOMPARE(handle.configure(), 0);
@@ -209,5 +209,5 @@ void tst_SoundCardFaults::failingWritesCannotBeRecovered() {
     QCOMPARE(qint64(handle.write(ramp(960))), Q_INT64_C(960));
 }
 
-QTEST_GUILESS_MAIN(tst_SoundCardFaults)
+QTEST_GUILESS_MAIN(TestSoundCardFaults)
 #include "tst_SoundCardFaults.moc"
