@@ -148,7 +148,7 @@ class TestTcpReplies : public QObject {
     Q_OBJECT
 
     ControlServer m_server;
-    TcpClient m_client;
+    TcpClient m_client{nullptr, steadyEpochMs, {.heartbeat = std::chrono::hours(1)}}; // no PING among what is sent
 
 private Q_SLOTS:
     void initTestCase();
