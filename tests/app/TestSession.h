@@ -1,12 +1,8 @@
 #pragma once
 
 #include "../support/LogCapture.h"
+#include "QuickDelays.h"
 #include "TestGateway.h"
-#include "app/SessionFlow.h"
-
-using namespace std::chrono_literals;
-
-inline constexpr SessionDelays quick = {5ms, 40ms, 10ms, 15ms, 5ms, 25ms, 5ms};
 
 /// The gateway with its session, connected as start-up connects it.
 struct TestSession : TestGateway {

@@ -1,14 +1,11 @@
 #include "../support/LogCapture.h"
 #include "FakeBoard.h"
 #include "FakeServer.h"
+#include "QuickDelays.h"
 #include "TestRoot.h"
 #include "app/Appliance.h"
 
-using namespace std::chrono_literals;
-
 namespace {
-
-constexpr SessionDelays quick = {5ms, 40ms, 10ms, 15ms, 5ms, 25ms, 5ms};
 
 bool nullDevice(const QString &device) {
     return device == "null"_s;
