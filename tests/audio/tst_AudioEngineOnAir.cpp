@@ -30,6 +30,7 @@ private Q_SLOTS:
     void sendsWhatTheRadioHears();
     void followsTheFrameDurationWhenItSends();
     void refusesACardThatOpusCannotFollow();
+    void sendsNothingFromARefusedCardThatIsOpenedAgain();
     void readsNothingWhileTheMicrophoneIsMuted();
     void metersButSendsNothingWhileNobodyWantsFrames();
     void encodesTheFirstWantedFrameFromAFreshState();
@@ -44,6 +45,7 @@ private Q_SLOTS:
     void forgetsTheQueueWhenBuffersAreCleared();
     void metersRiseAtOnceAndFallSlowly();
     void shapesWhatItReceives();
+    void forgetsTheAutomaticGainWhenSwitchedOff();
     void survivesTheCardBeingUnplugged();
 
 private:
@@ -100,6 +102,16 @@ void TestAudioEngineOnAir::refusesACardThatOpusCannotFollow() {
     site.card.setRate(48000); // another card in its place
     QVERIFY(site.engine.openCapture());
     QTRY_VERIFY(!site.sent.empty());
+}
+
+/// The rate is then no longer a new one, but there is still no encoder for it.
+void TestAudioEngineOnAir::sendsNothingFromARefusedCardThatIsOpenedAgain() {
+    EngineOnCard site({.rateHz = 44100});
+    QVERIFY(!site.engine.openCapture());
+    QVERIFY(site.engine.openCapture());
+    QVERIFY(site.card.isCaptureOpen());
+    QTRY_VERIFY(site.card.framesCaptured() >= 5 * 882);
+    QVERIFY(site.sent.empty());
 }
 
 void TestAudioEngineOnAir::readsNothingWhileTheMicrophoneIsMuted() {
@@ -306,6 +318,26 @@ void TestAudioEngineOnAir::shapesWhatItReceives() {
     QVERIFY(isNear(settle(), plain + 33, 2));
     site.engine.setAgcEnabled(false);
     QCOMPARE(settle(), plain);
+}
+
+void TestAudioEngineOnAir::forgetsTheAutomaticGainWhenSwitchedOff() {
+    EngineOnCard site;
+    QVERIFY(site.engine.openPlayback());
+    const auto packets = Talker().say(sim::tone(1000, -30, 1.04)); // an rms of 733, to be raised 10 times at the most
+    QCOMPARE(packets.size(), size_t(52));
+    const auto receive = [&](size_t first, size_t end) {
+        for (size_t packet = first; packet < end; ++packet)
+            site.engine.onAudioReceivedFrom(packets[packet], 1);
+        return site.engine.outputLevel();
+    };
+    site.engine.setAgcEnabled(true);
+    // A factor of 1, moved 50 times to 0.98 of itself + 0.2: 6.72, or 16.5 dB; (-30 - 3.01 + 16.5 + 50) / 50 of a
+    // hundred.
+    QVERIFY(isNear(receive(0, 50), 67, 2));
+    site.engine.setAgcEnabled(false);
+    site.engine.setAgcEnabled(true);
+    // A factor of 1 again, moved twice: 1.18, 1.3564, or 2.65 dB; (-30 - 3.01 + 2.65 + 50) / 50 of a hundred.
+    QVERIFY(isNear(receive(50, 52), 39, 1));
 }
 
 void TestAudioEngineOnAir::survivesTheCardBeingUnplugged() {

@@ -1,5 +1,6 @@
 #include "../support/LogCapture.h"
 #include "EngineOnCard.h"
+#include "Hearing.h"
 #include "Talker.h"
 
 #include <QTest>
@@ -10,6 +11,38 @@ namespace {
 
 constexpr int hugeNumber = std::numeric_limits<int>::max();
 
+/// A device of many rates on the card of the engine's site.
+QString deviceOfManyRates(const EngineOnCard &site) {
+    QFile config(sim::SoundCard::writeAlsaConfig(site.folder.path()));
+    if (!config.open(QIODevice::Append) || config.write("pcm.any { type plug slave.pcm \"hw:1,0\" }\n") < 0)
+        qFatal("cannot write the ALSA configuration");
+    return QStringLiteral("any");
+}
+
+/// A sound that repeats itself eight times in a frame of 320 samples, so that each such frame is like the one before,
+/// wherever in the sound it begins. It has many harmonics: what an encoder makes of them shows its settings.
+constexpr size_t periodSamples = 40;
+
+std::vector<std::int16_t> buzz(size_t samples, size_t phase = 0) {
+    std::vector<std::int16_t> sound(samples);
+    for (size_t i = 0; i < samples; ++i) {
+        const size_t at = (i + phase) % periodSamples;
+        sound[i] = std::int16_t((at * at * 7919) % 16001 - 8000);
+    }
+    return sound;
+}
+
+/// Whether these are the first packets that a new encoder at 16000 Hz with such settings makes of that sound.
+bool areFirstOfBuzz(const std::vector<QByteArray> &packets, int bitrate, int complexity) {
+    for (size_t phase = 0; phase < periodSamples; ++phase) {
+        Talker talker(16000);
+        talker.setBitrate(bitrate, complexity);
+        if (talker.say({16000, buzz(packets.size() * 320, phase)}) == packets)
+            return true;
+    }
+    return false;
+}
+
 } // namespace
 
 class TestAudioEngineReopening : public QObject {
@@ -17,6 +50,7 @@ class TestAudioEngineReopening : public QObject {
 
 private Q_SLOTS:
     void changesQuality();
+    void encodesByTheNumbersOfTheChange();
     void reopensWhatWasOpenBeforeTwoChanges();
     void staysClosedWhenStoppedBeforeTheReopening();
     void mayEndBeforeTheReopening();
@@ -36,6 +70,25 @@ void TestAudioEngineReopening::changesQuality() {
     QVERIFY(site.playbackReopens() && site.captureReopens());
     site.engine.onAudioReceivedFrom(Talker(16000).say(sim::tone(500, -10, 0.02, 16000)).front(), 42);
     QCOMPARE(log.take(), QStringList{QStringLiteral("info [Audio] Decoder created userId: 42 SR: 16000 | total: 1")});
+}
+
+void TestAudioEngineReopening::encodesByTheNumbersOfTheChange() {
+    std::vector<QByteArray> first;
+    QVERIFY(undisturbed([&] {
+        EngineOnCard site({.rateHz = 16000});
+        site.engine.setDevices(deviceOfManyRates(site), {});
+        site.card.feed({16000, buzz(16000 * 5)});
+        site.engine.changeQuality(16000, 24000, 2, 20);
+        const bool isInTheSound = QTest::qWaitFor([&] { return !site.timer("reopen")->isActive(); });
+        const bool sends =
+            isInTheSound && site.engine.openCapture() && QTest::qWaitFor([&] { return site.sent.size() >= 5; });
+        first = {site.sent.begin(), site.sent.begin() + (sends ? 5 : 0)};
+        return site.card.captureXruns() == 0;
+    }));
+    QCOMPARE(first.size(), size_t(5));
+    QVERIFY(areFirstOfBuzz(first, 24000, 2));
+    QVERIFY(!areFirstOfBuzz(first, 32000, 2)); // the numbers before the change would show
+    QVERIFY(!areFirstOfBuzz(first, 24000, 5));
 }
 
 void TestAudioEngineReopening::reopensWhatWasOpenBeforeTwoChanges() {
