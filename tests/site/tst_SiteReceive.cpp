@@ -62,6 +62,7 @@ class TestSiteReceive : public QObject {
 private Q_SLOTS:
     void theRadioSendsWhatTheRoomSays_data();
     void theRadioSendsWhatTheRoomSays();
+    void aGainBelowNothingIsSilence();
     void automaticGainIsAsConfigured_data();
     void automaticGainIsAsConfigured();
     void theTransmitterFollowsTheList();
@@ -73,20 +74,23 @@ private Q_SLOTS:
 
 void TestSiteReceive::theRadioSendsWhatTheRoomSays_data() {
     QTest::addColumn<int>("speakerGain");
-    QTest::addColumn<double>("onAirDbfs"); // -10 + 20 log10(gain / 100)
-    QTest::newRow("as it is") << 100 << -10.0;
-    QTest::newRow("quieter") << 50 << -16.02;
-    QTest::newRow("louder") << 150 << -6.48;
+    QTest::addColumn<double>("saidDbfs");
+    QTest::addColumn<double>("onAirDbfs"); // said + 20 log10(gain / 100)
+    QTest::newRow("as it is") << 100 << -10.0 << -10.0;
+    QTest::newRow("quieter") << 50 << -10.0 << -16.02;
+    QTest::newRow("louder") << 150 << -10.0 << -6.48;
+    QTest::newRow("more than is offered") << 250 << -18.0 << -11.98; // as with 200
 }
 
 void TestSiteReceive::theRadioSendsWhatTheRoomSays() {
     QFETCH(int, speakerGain);
+    QFETCH(double, saidDbfs);
     QFETCH(double, onAirDbfs);
     TestSite site;
     site.writeConfig({{"speaker_gain"_s, speakerGain}});
     const auto member = site.bringUpWithMember();
     QVERIFY(member);
-    const Pcm onAir = undisturbed(site, [&] { return heardOnAir(site, *member, tone(toneHertz, -10, 2.0)); });
+    const Pcm onAir = undisturbed(site, [&] { return heardOnAir(site, *member, tone(toneHertz, saidDbfs, 2.0)); });
     VERIFY_BETWEEN(onAir.seconds(), 1.2, 2.1); // what is still under way when the talker ends is not sent
     VERIFY_TONE(middle(onAir), toneHertz, onAirDbfs);
     // It begins with five frames, or a few more when they come in a rush.
@@ -94,6 +98,18 @@ void TestSiteReceive::theRadioSendsWhatTheRoomSays() {
     VERIFY_BETWEEN(bytes, 5 * 1920, 10 * 1920);
     QCOMPARE(bytes % 1920, 0);
     QVERIFY(site.logsOnce("info"_s, "[Audio] Decoder created userId: 200 SR: 48000 | total: 1"_s));
+}
+
+void TestSiteReceive::aGainBelowNothingIsSilence() {
+    TestSite site;
+    site.writeConfig({{"speaker_gain"_s, -5}});
+    const auto member = site.bringUpWithMember();
+    QVERIFY(member);
+    const std::int64_t playedBefore = site.card().framesPlayed();
+    const Pcm onAir = heardOnAir(site, *member, tone(toneHertz, -10, 1.0)); // what of it is not silence
+    QVERIFY(site.logsOnce("info"_s, "[Audio] Decoder created userId: 200 SR: 48000 | total: 1"_s));
+    QVERIFY(site.card().framesPlayed() > playedBefore);
+    QCOMPARE(onAir.samples.size(), std::size_t(0));
 }
 
 void TestSiteReceive::automaticGainIsAsConfigured_data() {

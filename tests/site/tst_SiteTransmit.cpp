@@ -58,6 +58,7 @@ class TestSiteTransmit : public QObject {
 private Q_SLOTS:
     void theRoomHearsWhatTheRadioHears_data();
     void theRoomHearsWhatTheRadioHears();
+    void aGainBelowNothingIsSilence();
     void everyFrameIsSealedWithTheKeyOfTheRoom();
     void aRoomWithoutAKeyHearsInClear();
     void oneDatagramGoesOutPerFrameWhileTheSquelchIsOpenAndNoneWhileItIsClosed();
@@ -72,6 +73,7 @@ void TestSiteTransmit::theRoomHearsWhatTheRadioHears_data() {
     QTest::newRow("as it is") << 100 << -10.0 << -10.0;
     QTest::newRow("quieter") << 80 << -10.0 << -11.94;
     QTest::newRow("louder") << 200 << -18.0 << -11.98;
+    QTest::newRow("more than is offered") << 250 << -18.0 << -11.98; // as with 200
 }
 
 void TestSiteTransmit::theRoomHearsWhatTheRadioHears() {
@@ -89,6 +91,18 @@ void TestSiteTransmit::theRoomHearsWhatTheRadioHears() {
                         [](const RoomMember::Heard &frame) { return frame.opened && frame.samples.size() == 960; }));
     QVERIFY(site.waitForLine("info"_s, "[TX] \"AB1CD\" TX — \"Lobby\""_s, 1000));
     QVERIFY(site.waitForLine("info"_s, "[TX] \"AB1CD\" RX"_s, 1000));
+}
+
+void TestSiteTransmit::aGainBelowNothingIsSilence() {
+    TestSite site;
+    site.writeConfig({{"mic_gain"_s, -5}});
+    const auto member = site.bringUpWithMember();
+    QVERIFY(member);
+    site.card().feed(tone(toneHertz, -10, 60)); // with the sign alone dropped, -36 dBFS would be left of it
+    QVERIFY(waitForCaptured(site, 20));
+    const Pcm heard = heardInRoom(site, *member, 25);
+    QVERIFY(heard.seconds() >= 0.5);
+    VERIFY_BETWEEN(rmsDbfs(heard.samples), silenceDbfs, -80.0);
 }
 
 void TestSiteTransmit::everyFrameIsSealedWithTheKeyOfTheRoom() {
