@@ -74,6 +74,7 @@ private Q_SLOTS:
     void neverTouchesWhatIsPlantedAsTemporaryFile();
     void keepsTheOldFileWhenTheDiskIsFull();
     void givesUpWhenTheFileCannotBeReplaced();
+    void savesAFileWhoseRightsAreNotItsToChange();
 
 private:
     void addObstacles();
@@ -219,6 +220,24 @@ void TestConfigStoreHazards::givesUpWhenTheFileCannotBeReplaced() {
     QCOMPARE(m_log->take(), QStringList(text("warning [Config] rename failed: ") + text(strerror(EISDIR))));
     QVERIFY(!QFile::exists(at("config.json.tmp")));
     QVERIFY(S_ISDIR(statusOf(config()).st_mode));
+}
+
+void TestConfigStoreHazards::savesAFileWhoseRightsAreNotItsToChange() {
+    if (::geteuid() != 0)
+        QSKIP("needs root, to own what somebody else saves");
+    constexpr uid_t nobody = 65534;
+    write(at("config.json.tmp"), ""); // root's, and the one to be saved
+    QCOMPARE(::chmod(QFile::encodeName(at("config.json.tmp")).constData(), 0666), 0);
+    QCOMPARE(::chown(QFile::encodeName(m_folder->path()).constData(), nobody, gid_t(-1)), 0);
+    QJsonObject object = {{text("a"), 1}};
+    QCOMPARE(::seteuid(nobody), 0);
+    const bool isSaved = store().save(object);
+    const QStringList lines = m_log->take();
+    const QStringList expected = giveAwayWarnings() << text("warning [Config] chmod failed: ") + text(strerror(EPERM));
+    QCOMPARE(::seteuid(0), 0);
+    QVERIFY(isSaved);
+    QCOMPARE(lines, expected);
+    QCOMPARE(contentOf(config()), QByteArray("{\n    \"a\": 1\n}\n"));
 }
 
 QTEST_APPLESS_MAIN(TestConfigStoreHazards)
