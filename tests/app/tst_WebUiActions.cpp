@@ -1,3 +1,5 @@
+#include "../audio/Hearing.h"
+#include "../audio/Talker.h"
 #include "BusyGateway.h"
 
 #include <functional>
@@ -165,6 +167,25 @@ void addRecordRows() {
     row("no action", R"({"room": "Dale"})", {});
 }
 
+/// With a talker in the room, whose sound is played to a device that swallows it.
+struct HearingGateway : BusyGateway {
+    HearingGateway() {
+        engine.initialize(48000, 1, 32000, 5, 20);
+        engine.setDevices("null"_s, "null"_s);
+        if (!engine.openPlayback())
+            qFatal("no device to play to");
+    }
+
+    /// The output level at the end of 20 frames of his at -30 dBFS.
+    int levelOfTalk() {
+        for (const QByteArray &packet : talker.say(sim::tone(1000, -30, 0.4)))
+            engine.onAudioReceivedFrom(packet, 7);
+        return engine.outputLevel();
+    }
+
+    Talker talker;
+};
+
 void takeAway(const QString &what, BusyGateway &test, QJsonObject &command) {
     const QHash<QString, std::function<void()>> ways = {
         {"connection"_s, [&] { test.gateway.session.connected = false; }},
@@ -190,6 +211,10 @@ private Q_SLOTS:
 
     void withoutItsPreconditionNothingHappens_data();
     void withoutItsPreconditionNothingHappens();
+
+    void theTimeOutIsThatOfTheNextTransmission();
+    void theSpeakerGainIsThatOfTheNextFrame();
+    void theAutomaticGainIsThatOfTheNextFrame();
 };
 
 void TestWebUiActions::anActionDoesExactlyThis_data() {
@@ -272,6 +297,37 @@ void TestWebUiActions::withoutItsPreconditionNothingHappens() {
     QVERIFY(test.boardIsToldOnly(""));
     QCOMPARE(test.gateway.config.object(), inMemory);
     QCOMPARE(test.root.configOnDisk(), onDisk);
+}
+
+void TestWebUiActions::theTimeOutIsThatOfTheNextTransmission() {
+    HearingGateway test;
+    const auto timersStartedBy = [&test](quint32 talker) {
+        LogCapture log;
+        test.engine.onAudioReceivedFrom(speechPacket(), talker);
+        return log.take().filter("[TOT]"_s);
+    };
+    test.run(R"({"action": "set_tot", "value": 60})");
+    QCOMPARE(timersStartedBy(7), QStringList{"info [TOT] Timer started: 60 s untuk userId 7"_s});
+    test.run(R"({"action": "set_tot", "value": 75})"); // not on offer
+    QCOMPARE(timersStartedBy(8), QStringList());
+}
+
+void TestWebUiActions::theSpeakerGainIsThatOfTheNextFrame() {
+    HearingGateway test;
+    QVERIFY(isNear(test.levelOfTalk(), 34, 1)); // (-30 - 3.01 + 50) / 50 of a hundred
+    test.run(R"({"action": "set_spk_gain", "value": 350})");
+    QVERIFY(isNear(test.levelOfTalk(), 46, 1)); // 6.02 dB more: twice, not more
+    test.run(R"({"action": "set_spk_gain", "value": -500})");
+    QCOMPARE(test.levelOfTalk(), 0);
+}
+
+void TestWebUiActions::theAutomaticGainIsThatOfTheNextFrame() {
+    HearingGateway test;
+    test.run(R"({"action": "set_agc", "enabled": true})");
+    // 20 frames from a factor of 1 toward 10 by 2 % each: 10 - 9 * 0.98^20 = 3.99, or 12.0 dB more than -30 - 3.01.
+    QVERIFY(isNear(test.levelOfTalk(), 58, 2));
+    test.run(R"({"action": "set_agc", "enabled": false})");
+    QVERIFY(isNear(test.levelOfTalk(), 34, 1));
 }
 
 QTEST_GUILESS_MAIN(TestWebUiActions)
