@@ -1,3 +1,4 @@
+#include "../audio/Talker.h"
 #include "TestSession.h"
 
 class TestSessionFlow : public QObject {
@@ -257,12 +258,28 @@ private Q_SLOTS:
 
     void aRoomKeySealsAndAnotherTextUnseals() {
         TestSession test;
-        const QByteArray packet(60, 'x');
+        test.engine.initialize(48000, 1, 32000, 5, 20);
+        test.engine.setDevices("null"_s, "null"_s);
+        QVERIFY(test.engine.openPlayback());
+        const QByteArray packet = speechPacket();
+        const auto isHeard = [&test](const QByteArray &frame) {
+            test.engine.onAudioReceivedFrom(frame, 7);
+            return test.engine.outputLevel() > 0;
+        };
         test.flow.onRoomKey(QString::fromLatin1(QByteArray(32, 'k').toBase64()));
-        test.engine.setFramesWanted(true);
         const QByteArray sealed = test.engine.sealFrame(packet);
-        QCOMPARE(sealed.size(), 100);
+        QCOMPARE(sealed.size(), packet.size() + 40);
         QCOMPARE(test.engine.openFrame(sealed), packet);
+        QVERIFY(!isHeard(packet));
+
+        test.flow.onRoomKey(QString::fromLatin1(QByteArray(31, 'k').toBase64()));
+        QVERIFY(isHeard(packet));
+    }
+
+    void aRoomKeyTakesThePlaceOfTheLast() {
+        TestSession test;
+        test.flow.onRoomKey(QString::fromLatin1(QByteArray(32, 'k').toBase64()));
+        const QByteArray sealed = test.engine.sealFrame(QByteArray(60, 'x'));
         test.flow.onRoomKey(QString::fromLatin1(QByteArray(32, 'q').toBase64()));
         QCOMPARE(test.engine.openFrame(sealed), QByteArray());
     }
