@@ -49,17 +49,17 @@ bool print(const Figure &figure, const Collector &collector) {
     const double measured = collector.medianOf(figure.measured);
     const double reference = figure.reference ? collector.medianOf(figure.reference) : nsPerMs;
     if (measured <= 0.0 || reference <= 0.0)
-        return printFigure(figure.what, -1.0, figure.reach, "not measured");
+        return printFigure(figure.what, -1.0, figure.limit, "not measured");
     char detail[96];
     std::snprintf(detail, sizeof detail, "%.2f us against %.2f us", measured / 1000.0, reference / 1000.0);
-    return printFigure(figure.what, measured / reference, figure.reach, figure.reference ? detail : "ms");
+    return printFigure(figure.what, measured / reference, figure.limit, figure.reference ? detail : "ms");
 }
 
 } // namespace
 
-bool printFigure(const char *what, double value, double reach, const char *detail) {
-    const bool kept = value >= 0.0 && value <= reach;
-    std::printf("| %-58s | %8.3f | %8.3f | %-6s | %s |\n", what, value, reach, kept ? "yes" : "MISSED", detail);
+bool printFigure(const char *what, double value, double limit, const char *detail) {
+    const bool kept = value >= 0.0 && value <= limit;
+    std::printf("| %-58s | %8.3f | %8.3f | %-6s | %s |\n", what, value, limit, kept ? "yes" : "MISSED", detail);
     return kept;
 }
 

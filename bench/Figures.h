@@ -7,13 +7,13 @@ struct Figure {
     const char *what;
     const char *measured;  ///< name of a benchmark
     const char *reference; ///< name of a benchmark; null for milliseconds
-    double reach;          ///< at most this
+    double limit;          ///< at most this
 };
 
 /// Runs the benchmarks of this program, several times each and in random order, and prints a line of the table per
-/// figure: ratio of the medians (or the median), reach, kept or not. Takes Google Benchmark's options.
-/// Returns the program's exit status: 0 when every figure keeps its reach.
+/// figure: ratio of the medians (or the median), limit, kept or not. Takes Google Benchmark's options.
+/// Returns the program's exit status: 0 when every figure keeps its limit.
 int runFigures(int argc, char **argv, std::span<const Figure> figures);
 
-/// Prints one line of the table. Returns whether the reach is kept.
-bool printFigure(const char *what, double value, double reach, const char *detail);
+/// Prints one line of the table. Returns whether the limit is kept.
+bool printFigure(const char *what, double value, double limit, const char *detail);

@@ -41,7 +41,7 @@ void *realloc(void *block, size_t size) {
 
 namespace {
 
-constexpr double reach = 3.0;
+constexpr double limit = 3.0;
 
 // The first pass lets every buffer grow to its size.
 template <class Pass>
@@ -49,7 +49,7 @@ bool printAllocations(const char *what, std::size_t frames, Pass pass) {
     pass();
     const long before = allocations;
     pass();
-    return printFigure(what, static_cast<double>(allocations - before) / static_cast<double>(frames), reach, "count");
+    return printFigure(what, static_cast<double>(allocations - before) / static_cast<double>(frames), limit, "count");
 }
 
 bool countCaptured() {

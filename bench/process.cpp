@@ -148,7 +148,7 @@ struct State {
     const char *job; ///< of the reference; null: it has none
     bool transmits;
     bool receives;
-    double reach; ///< at most this times the reference
+    double limit; ///< at most this times the reference
 };
 
 constexpr State states[] = {
@@ -160,10 +160,10 @@ constexpr State states[] = {
 constexpr std::size_t idle = 0;
 constexpr std::size_t transmitting = 1;
 
-constexpr double reachIdle = 0.5; // of transmitting
-constexpr double reachWakeUps = 170.0;
-constexpr double reachPrivateDirtyMb = 1.5;
-constexpr double reachGrowthMb = 0.05; // a dozen pages
+constexpr double limitOfIdle = 0.5; // of transmitting
+constexpr double limitOfWakeUps = 170.0;
+constexpr double limitOfPrivateDirtyMb = 1.5;
+constexpr double limitOfGrowthMb = 0.05; // a dozen pages
 
 /// Per second.
 struct Cost {
@@ -339,10 +339,10 @@ bool run(Measurement &measurement, const State &state, Runs &runs) {
 }
 
 bool printRatio(const QByteArray &what, const std::vector<double> &values, const std::vector<double> &references,
-                double reach) {
+                double limit) {
     char detail[96];
     std::snprintf(detail, sizeof detail, "%.2f ms/s against %.2f ms/s", median(values), median(references));
-    return printFigure(what.constData(), median(ratios(values, references)), reach, detail);
+    return printFigure(what.constData(), median(ratios(values, references)), limit, detail);
 }
 
 bool printProcessor(const std::array<Runs, std::size(states)> &runs) {
@@ -350,19 +350,20 @@ bool printProcessor(const std::array<Runs, std::size(states)> &runs) {
     for (std::size_t i = 0; i < std::size(states); ++i) {
         if (states[i].job)
             kept &= printRatio(QByteArray("process ") + states[i].name + "; the bare job", runs[i].daemonMs,
-                               runs[i].bareMs, states[i].reach);
+                               runs[i].bareMs, states[i].limit);
     }
-    kept &=
-        printRatio("process idle in a room; transmitting", runs[idle].daemonMs, runs[transmitting].daemonMs, reachIdle);
-    return printFigure("wake-ups per second, idle in a room", median(runs[idle].wakeUps), reachWakeUps, "1/s") && kept;
+    kept &= printRatio("process idle in a room; transmitting", runs[idle].daemonMs, runs[transmitting].daemonMs,
+                       limitOfIdle);
+    return printFigure("wake-ups per second, idle in a room", median(runs[idle].wakeUps), limitOfWakeUps, "1/s") &&
+           kept;
 }
 
 /// What the first run has touched is warm; from then on memory stays as it is.
 bool printMemory(const std::vector<double> &privateDirty) {
     const double growth = privateDirty.back() - privateDirty.at(std::size(states) - 1);
     const double most = *std::max_element(privateDirty.begin(), privateDirty.end());
-    const bool kept = printFigure("memory, private dirty, at its most", most, reachPrivateDirtyMb, "MB");
-    return printFigure("memory, growth after the first run", std::max(growth, 0.0), reachGrowthMb, "MB") && kept;
+    const bool kept = printFigure("memory, private dirty, at its most", most, limitOfPrivateDirtyMb, "MB");
+    return printFigure("memory, growth after the first run", std::max(growth, 0.0), limitOfGrowthMb, "MB") && kept;
 }
 
 int argument(const QStringList &arguments, int position, int otherwise) {

@@ -1,8 +1,8 @@
 # How every target of this project is made.
 #
-# Each room of the house (a folder at the top) is one library. Its headers are reached as "room/Header.h", and only by
-# targets that link it: a link named after the room, in an include folder of the room's own, keeps the rest of the tree
-# out of sight, so that an include against the direction of the house does not compile.
+# Each module (a folder at the top) is one library. Its headers are reached as "module/Header.h", and only by
+# targets that link it: a link named after the module, in an include folder of its own, keeps the rest of the tree
+# out of sight, so that an include against the arrows of docs/architecture.md does not compile.
 
 # Warnings are errors; floating point is never contracted, so that every processor gives the same samples.
 function(kivo_flags target)
@@ -11,21 +11,21 @@ function(kivo_flags target)
                                                  QT_DEPRECATED_WARNINGS)
 endfunction()
 
-# kivo_room(<room> SOURCES ... LINKS ...): the library kivo_<room> of the folder <room>.
-function(kivo_room room)
+# kivo_module(<module> SOURCES ... LINKS ...): the library kivo_<module> of the folder <module>.
+function(kivo_module module)
     cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
-    set(include_dir ${CMAKE_BINARY_DIR}/include/${room})
+    set(include_dir ${CMAKE_BINARY_DIR}/include/${module})
     file(MAKE_DIRECTORY ${include_dir})
-    file(CREATE_LINK ${CMAKE_SOURCE_DIR}/${room} ${include_dir}/${room} SYMBOLIC)
+    file(CREATE_LINK ${CMAKE_SOURCE_DIR}/${module} ${include_dir}/${module} SYMBOLIC)
     if(ARG_SOURCES)
-        add_library(kivo_${room} STATIC ${ARG_SOURCES})
-        target_include_directories(kivo_${room} PUBLIC ${include_dir})
-        target_link_libraries(kivo_${room} PUBLIC ${ARG_LINKS})
-        kivo_flags(kivo_${room})
+        add_library(kivo_${module} STATIC ${ARG_SOURCES})
+        target_include_directories(kivo_${module} PUBLIC ${include_dir})
+        target_link_libraries(kivo_${module} PUBLIC ${ARG_LINKS})
+        kivo_flags(kivo_${module})
     else()
-        add_library(kivo_${room} INTERFACE)
-        target_include_directories(kivo_${room} INTERFACE ${include_dir})
-        target_link_libraries(kivo_${room} INTERFACE ${ARG_LINKS})
+        add_library(kivo_${module} INTERFACE)
+        target_include_directories(kivo_${module} INTERFACE ${include_dir})
+        target_link_libraries(kivo_${module} INTERFACE ${ARG_LINKS})
     endif()
 endfunction()
 
