@@ -162,6 +162,16 @@ private Q_SLOTS:
         QVERIFY(test.isStatus("room", "Hill"_s));
     }
 
+    void aRoomWhoseNameIsNoNameIsNotRemembered() {
+        TestSession test(account({{"last_room"_s, "Hill"_s}}));
+        test.connectLink();
+        test.server.say("JOIN_OK|" + QByteArray(1001, 'x'));
+        QTRY_COMPARE(test.gateway.session.currentRoom.size(), 1001);
+        QCOMPARE(test.root.configOnDisk().value("last_room"_s), QJsonValue("Hill"_s));
+        test.server.say("JOIN_OK|" + QByteArray(1000, 'y'));
+        QTRY_COMPARE(test.root.configOnDisk().value("last_room"_s), QJsonValue(QString(1000, QLatin1Char('y'))));
+    }
+
     void onlyAnAdministratorAsksWhoIsOnline_data() {
         QTest::addColumn<bool>("admin");
         QTest::addColumn<bool>("asks");
