@@ -1,45 +1,14 @@
 // Heap allocations per frame once a stream is running.
 
+#include "../tests/support/CountedAllocations.h"
 #include "Figures.h"
 #include "Station.h"
 
 #include <QCoreApplication>
 
-#include <cstdio>
-#include <cstdlib>
-
 namespace {
 
-long allocations = 0;
-
-} // namespace
-
-// The program's own definitions come before the library's, for every library of the process.
-extern "C" {
-
-// NOLINTBEGIN(bugprone-reserved-identifier, readability-identifier-naming): the C library's second names.
-void *__libc_malloc(size_t size);
-void *__libc_calloc(size_t count, size_t size);
-void *__libc_realloc(void *block, size_t size);
-// NOLINTEND(bugprone-reserved-identifier, readability-identifier-naming)
-
-void *malloc(size_t size) {
-    ++allocations;
-    return __libc_malloc(size);
-}
-
-void *calloc(size_t count, size_t size) {
-    ++allocations;
-    return __libc_calloc(count, size);
-}
-
-void *realloc(void *block, size_t size) {
-    ++allocations;
-    return __libc_realloc(block, size);
-}
-}
-
-namespace {
+static_assert(KIVO_COUNTS_ALLOCATIONS, "what is not counted is no figure");
 
 constexpr double limit = 3.0;
 
@@ -47,9 +16,7 @@ constexpr double limit = 3.0;
 template <class Pass>
 bool printAllocations(const char *what, std::size_t frames, Pass pass) {
     pass();
-    const long before = allocations;
-    pass();
-    return printFigure(what, static_cast<double>(allocations - before) / static_cast<double>(frames), limit, "count");
+    return printFigure(what, static_cast<double>(allocationsOf(pass)) / static_cast<double>(frames), limit, "count");
 }
 
 bool countCaptured() {

@@ -1,55 +1,11 @@
+#include "../support/CountedAllocations.h"
 #include "EngineOnCard.h"
 #include "Talker.h"
 
 #include <QTest>
 
-#include <cerrno>
 #include <cstdlib>
 #include <new>
-
-#ifndef __has_feature
-#define __has_feature(feature) 0
-#endif
-
-// Every way to the heap is counted: the C library's own functions are reached by their second names.
-#if defined(__SANITIZE_ADDRESS__) || __has_feature(address_sanitizer)
-#define KIVO_COUNTS_ALLOCATIONS 0
-#else
-#define KIVO_COUNTS_ALLOCATIONS 1
-
-namespace {
-thread_local long allocations = 0;
-}
-
-extern "C" {
-void *__libc_malloc(size_t size);
-void *__libc_calloc(size_t count, size_t size);
-void *__libc_realloc(void *old, size_t size);
-void *__libc_memalign(size_t alignment, size_t size);
-
-void *malloc(size_t size) {
-    ++allocations;
-    return __libc_malloc(size);
-}
-void *calloc(size_t count, size_t size) {
-    ++allocations;
-    return __libc_calloc(count, size);
-}
-void *realloc(void *old, size_t size) {
-    ++allocations;
-    return __libc_realloc(old, size);
-}
-void *aligned_alloc(size_t alignment, size_t size) {
-    ++allocations;
-    return __libc_memalign(alignment, size);
-}
-int posix_memalign(void **block, size_t alignment, size_t size) {
-    ++allocations;
-    *block = __libc_memalign(alignment, size);
-    return *block ? 0 : ENOMEM;
-}
-}
-#endif
 
 class TestAudioAllocations : public QObject {
     Q_OBJECT
@@ -66,13 +22,6 @@ private Q_SLOTS:
 #if KIVO_COUNTS_ALLOCATIONS
 
 namespace {
-
-template <class Action>
-long allocationsOf(Action action) {
-    const long before = allocations;
-    action();
-    return allocations - before;
-}
 
 void useEveryStage(AudioEngine &engine) {
     engine.setMicGain(80);
