@@ -77,7 +77,7 @@ void TestAudioEngineReopening::encodesByTheNumbersOfTheChange() {
     QVERIFY(undisturbed([&] {
         EngineOnCard site({.rateHz = 16000});
         site.engine.setDevices(deviceOfManyRates(site), {});
-        site.card.feed({16000, buzz(16000 * 5)});
+        site.card.feed({16000, buzz(80000)});
         site.engine.changeQuality(16000, 24000, 2, 20);
         const bool isInTheSound = QTest::qWaitFor([&] { return !site.timer("reopen")->isActive(); });
         const bool sends =
