@@ -118,7 +118,10 @@ Promises::Delay Promises::since(const Moment &moment) const {
 }
 
 void Promises::measure(Measure measure, const Moment &from) {
-    m_delays[measure].push_back(since(from));
+    const Delay delay = since(from);
+    if (delay.ms > limitMs(measure))
+        m_journal.event(QStringLiteral("delay"), QStringLiteral("measure %1: %2 ms").arg(measure).arg(delay.ms));
+    m_delays[measure].push_back(delay);
 }
 
 /// Nothing may be so for longer than that; told once each time. By the time that the loop was last seen at work: until

@@ -17,6 +17,17 @@ QList<QByteArray> twice(const QByteArray &line) {
     return {line, line};
 }
 
+/// The list that ends the last talk has come, so that it cannot overtake, or be taken for, one of the next talk.
+void waitForSilence(const TestSite &site) {
+    TestSite::waitFor(
+        [&] {
+            const QJsonArray users = site.readState("kivo-userlist.json"_s).array();
+            return std::none_of(users.begin(), users.end(),
+                                [](const QJsonValue &user) { return user["is_transmitting"_s].toBool(); });
+        },
+        5000);
+}
+
 /// Of two replies that come within a moment, the second one goes first.
 class Crossing {
 public:
@@ -119,14 +130,17 @@ void TestSiteReplyPath::verifyTheStory(TestSite &site) {
 }
 
 void TestSiteReplyPath::verifyTalk(TestSite &site, RoomMember &member, const QString &room) {
-    const Pcm inRoom = undisturbed(site, [&] { return heardInRoom(site, member, 40); });
+    const auto silence = [&] { waitForSilence(site); };
+    const Pcm inRoom = undisturbed(
+        site, [&] { return heardInRoom(site, member, 40); }, silence);
     VERIFY_TONE(middle(inRoom), radioHertz, -10);
     QVERIFY(!site.server().isTalking(site.gateway()));
     QCOMPARE(site.server().roomOf(site.gateway()), room);
     const auto cleanPart = [&] { // the transmitter may follow late, both ways
         return slice(heardOnAir(site, member, tone(roomHertz, -10, 2.5)), 0.25, 0.85);
     };
-    VERIFY_TONE(undisturbed(site, cleanPart), roomHertz, -10);
+    const Pcm onAir = undisturbed(site, cleanPart, silence);
+    VERIFY_TONE(onAir, roomHertz, -10);
     QVERIFY(!site.board().isKeyed());
 }
 
