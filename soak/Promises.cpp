@@ -53,7 +53,10 @@ Promises::Promises(sim::Site &site, const Bystanders &members, LoopWatch &loop, 
     });
     connect(&site.server(), &sim::VoiceServer::left, this, &Promises::lookAtReason);
     connect(&site.server(), &sim::VoiceServer::lineReceived, this, [this](const QString &callsign) {
-        m_heardSinceSilence = m_heardSinceSilence || (!m_silent && callsign == gateway());
+        if (m_heardSinceSilence || m_silent || callsign != gateway())
+            return;
+        m_heardSinceSilence = true;
+        isDisturbed(); // what has been said in the meantime was held back by the kernels
     });
 }
 
