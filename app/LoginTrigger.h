@@ -1,7 +1,5 @@
 #pragma once
 
-#include <QByteArray>
-#include <QJsonObject>
 #include <QObject>
 #include <QString>
 

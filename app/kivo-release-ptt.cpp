@@ -7,6 +7,7 @@
 #include <QCoreApplication>
 #include <QTimer>
 
+#include <chrono>
 #include <cstdlib>
 
 namespace {
