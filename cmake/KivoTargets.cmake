@@ -46,6 +46,16 @@ function(kivo_test_headers)
     target_compile_options(kivo_test_headers PRIVATE ${kivo_test_options})
 endfunction()
 
+# kivo_test_program(<name> LINKS ... [SOURCES ...]): a QtTest program of the source file <name>.cpp and SOURCES.
+function(kivo_test_program name)
+    cmake_parse_arguments(ARG "" "" "LINKS;SOURCES" ${ARGN})
+    add_executable(${name} ${name}.cpp ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE ${ARG_LINKS} ${kivo_test_libraries})
+    kivo_flags(${name})
+    target_compile_options(${name} PRIVATE ${kivo_test_options})
+    target_precompile_headers(${name} REUSE_FROM kivo_test_headers)
+endfunction()
+
 # kivo_test(<name> LINKS ... [SOURCES ...] [LABELS ...] [TIMEOUT s] [SOUND]): a QtTest program of the source file
 # <name>.cpp, and of the header of a fixture that it shares with another one, run by CTest. Most tests wait more than they
 # work, and ./test has CTest run six for each processor; one that works on SOUND in real time counts for four of them. The
@@ -60,11 +70,7 @@ function(kivo_test name)
     if(CMAKE_CROSSCOMPILING)
         math(EXPR ARG_TIMEOUT "5 * ${ARG_TIMEOUT}") # it is emulated
     endif()
-    add_executable(${name} ${name}.cpp ${ARG_SOURCES})
-    target_link_libraries(${name} PRIVATE ${ARG_LINKS} ${kivo_test_libraries})
-    kivo_flags(${name})
-    target_compile_options(${name} PRIVATE ${kivo_test_options})
-    target_precompile_headers(${name} REUSE_FROM kivo_test_headers)
+    kivo_test_program(${name} LINKS ${ARG_LINKS} SOURCES ${ARG_SOURCES})
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
     if(ARG_SOUND)
