@@ -373,8 +373,11 @@ void AudioEngine::keepCaptureInStep() {
         return;
     // Remaining times are whole milliseconds, hence one either way.
     const int aheadMs = (m_outputTimer.remainingTime() - remainingMs + intervalMs) % intervalMs;
-    if (aheadMs > 1 && aheadMs < intervalMs - 1)
-        m_capturePoll.start();
+    if (aheadMs <= 1 || aheadMs >= intervalMs - 1)
+        return;
+    // Now instead of in a few milliseconds: a loop that is held up again and again must not lose looks by it.
+    m_capturePoll.start();
+    onInputReadyRead();
 }
 
 void AudioEngine::onOutputBufferTimer() {

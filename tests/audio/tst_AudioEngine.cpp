@@ -29,6 +29,7 @@ private Q_SLOTS:
     void usesTheDefaultDeviceWhenNoneIsNamed();
     void looksAtTheDevicesInTime();
     void looksAtBothDevicesAtOnce();
+    void looksNoLessOftenForBeingBroughtIntoStep();
     void looksInTimeAtAnyFrameDuration();
     void clampsAndLogsToneSettings();
     void bringsSamplesToAnotherRate();
@@ -138,6 +139,26 @@ void TestAudioEngine::looksAtBothDevicesAtOnce() {
         inStep += poll->remainingTime() == 0 || apartMs <= 1 || apartMs == 9 ? 1 : 0;
     }
     QVERIFY2(inStep >= 15, qPrintable(QStringLiteral("%1 of 20").arg(inStep)));
+}
+
+/// The card's backlog is worked off, by a second look at it every 20 ms, although the loop is held up again and again.
+void TestAudioEngine::looksNoLessOftenForBeingBroughtIntoStep() {
+    EngineOnCard site;
+    QVERIFY(site.engine.openPlayback() && site.engine.openCapture());
+    QElapsedTimer sinceTheStart;
+    sinceTheStart.start();
+    QTimer *const poll = site.timer("capturePoll");
+    const QTimer *const output = site.timer("output");
+    connect(output, &QTimer::timeout, poll, [poll] {
+        QThread::msleep(5);
+        poll->start(); // out of step at each tick
+    });
+    QThread::msleep(120); // six frames
+    QSignalSpy ticks(output, &QTimer::timeout);
+    for (int i = 0; i < 40; ++i)
+        QVERIFY(ticks.wait());
+    const qint64 waitingFrames = sinceTheStart.elapsed() * 48 - site.card.framesCaptured();
+    QVERIFY2(waitingFrames < 3 * 960, qPrintable(QString::number(waitingFrames)));
 }
 
 void TestAudioEngine::looksInTimeAtAnyFrameDuration() {
