@@ -170,6 +170,9 @@ void TestInstalledService::goesOnTheAirWithinItsSandbox() {
 
 void TestInstalledService::theRadioIsHeardInTheRoom() {
     m_machine.start("speaker-test -D plughw:Loopback,1 -c 1 -r 48000 -t sine -f 700 >/dev/null 2>&1 &"_s);
+    // It takes its time to begin on an emulated computer.
+    const QString meterMoves = "grep -q '\"input\":[1-9]' /opt/kivo-appliance/tmp/kivo-vu.json"_s;
+    QVERIFY(TestSite::waitFor([&] { return m_machine.run(meterMoves).exitCode == 0; }, patienceMs));
     m_member->forgetHeard();
     m_site->board().setSquelch(true);
     QVERIFY(TestSite::waitFor([&] { return m_member->heard().size() >= 200; }, patienceMs));
