@@ -104,13 +104,13 @@ public:
         m_fedSeconds = feedSeconds;
         m_playedNs = sim::monotonicNs();
         m_member.forgetHeard();
+        m_lookedNs = sim::monotonicNs();
         return talks && isTaken;
     }
 
     /// Listens for a while. What happens while the machine does not keep pace, and right behind that, is passed over.
     void goOn(double seconds) {
         const int underrunsBefore = m_site.card().playbackXruns(), overrunsBefore = m_site.card().captureXruns();
-        const std::int64_t fromNs = sim::monotonicNs();
         Pace pace(m_site.daemon());
         letPass(seconds);
         const bool wasCalm = std::exchange(m_isCalm, pace.wasKept());
@@ -124,7 +124,8 @@ public:
         (counts ? m_underruns : m_disturbedXruns) += underruns;
         (counts ? m_overruns : m_disturbedXruns) += m_site.card().captureXruns() - overrunsBefore;
         m_framesInRoom += counts ? frames : 0;
-        (counts ? m_calmSeconds : m_disturbedSeconds) += secondsBetween(fromNs, sim::monotonicNs());
+        const std::int64_t lookedNs = std::exchange(m_lookedNs, sim::monotonicNs());
+        (counts ? m_calmSeconds : m_disturbedSeconds) += secondsBetween(lookedNs, m_lookedNs);
     }
 
     const Alternation::Ear &onAir() const { return *m_onAir; }
@@ -166,7 +167,8 @@ private:
     const int m_seconds;
     const std::int64_t m_beginNs = sim::monotonicNs();
     std::optional<Alternation::Ear> m_onAir, m_inRoom;
-    std::int64_t m_playedNs = 0;
+    std::int64_t m_playedNs = 0; ///< up to where it has been listened to on the air
+    std::int64_t m_lookedNs = 0; ///< the same in the room
     int m_fedSeconds = 0;
     bool m_isCalm = true;
     int m_underruns = 0, m_overruns = 0, m_disturbedXruns = 0, m_framesInRoom = 0;
@@ -219,16 +221,18 @@ inline void verifyTheTalkGoesOn(const Skew &skew, double lookEverySeconds) {
 
     // Half a second of the device's buffer, 200 ms of the queue's, and the way.
     VERIFY_BETWEEN(onAir.mostDelay(), 0.05, 0.8);
-    if (talk.disturbedXruns() == 0)
+    const bool wasCalm = talk.disturbedSeconds() < 0.1 * skew.seconds; // else the drift may have passed unseen
+    if (wasCalm && talk.disturbedXruns() == 0)
         VERIFY_BETWEEN(onAir.mostDelay() - onAir.leastDelay(), skew.leastDrift, skew.mostDrift);
     VERIFY_BETWEEN(talk.underruns(), 0, skew.mostUnderruns);
     VERIFY_BETWEEN(talk.underruns() + talk.disturbedXruns(), skew.leastUnderruns, 1000);
     VERIFY_BETWEEN(onAir.longestGap(), 0.0, 0.25);
     VERIFY_BETWEEN(onAir.allGaps(), 0.0, 0.15 * talk.underruns() + 0.1);
     VERIFY_BETWEEN(inRoom.mostDelay() - inRoom.leastDelay(), 0.0, 0.12);
-    // At the edge of a disturbed second, frames may count to the wrong side.
+    // At the edge of a disturbed second, frames may count to the wrong side; ten more may have been waiting in the card
+    // when the counting began.
     const double edges = 10.0 + 2.0 * talk.disturbedSeconds();
-    VERIFY_BETWEEN(framesOfTheCard - talk.framesInRoom(), -edges, edges);
+    VERIFY_BETWEEN(framesOfTheCard - talk.framesInRoom(), -edges - 10.0, edges);
     VERIFY_BETWEEN(talk.overruns(), 0, 1);
     VERIFY_CHEAP(expense);
     QCOMPARE(expense.lines(), 0);
