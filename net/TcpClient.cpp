@@ -227,17 +227,19 @@ void TcpClient::takeTurn() {
     QElapsedTimer turn;
     turn.start();
     // Each unit is consumed before it is handled, so its handlers may do anything to the link, even start it anew.
-    while (const auto unit = nextUnit()) {
+    for (auto unit = firstUnit(); unit; unit = m_framer.next()) {
         handleUnit(*unit);
         if (turn.elapsed() >= turnMs) {
             m_nextTurn.start();
             return;
         }
     }
+    if (m_socket->bytesAvailable() > 0) // it has waited for what earlier turns had left
+        m_nextTurn.start();
 }
 
-/// What earlier turns have left comes first; the socket waits with the rest.
-std::optional<ReplyUnit> TcpClient::nextUnit() {
+/// What earlier turns have left comes first, and only behind it is the network read.
+std::optional<ReplyUnit> TcpClient::firstUnit() {
     if (auto unit = m_framer.next())
         return unit;
     m_framer.append(m_socket->readAll());

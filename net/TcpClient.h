@@ -138,7 +138,7 @@ private:
 
     void onAttemptTimeout();
     void takeTurn();
-    std::optional<ReplyUnit> nextUnit();
+    std::optional<ReplyUnit> firstUnit();
     void handleUnit(const ReplyUnit &unit);
     void onPong();
     void reportError(const QString &text);
