@@ -139,7 +139,10 @@ void TestSiteReplyPath::verifyTalk(TestSite &site, RoomMember &member, const QSt
     const auto cleanPart = [&] { // the transmitter may follow late, both ways
         return slice(heardOnAir(site, member, tone(roomHertz, -10, 2.5)), 0.25, 0.85);
     };
-    const Pcm onAir = undisturbed(site, cleanPart, silence);
+    // A list that an older one has overtaken is not seen again: that talk stays off the air, the next one does not.
+    Pcm onAir;
+    for (int talk = 0; talk < 3 && onAir.seconds() < 0.3; ++talk)
+        onAir = undisturbed(site, cleanPart, silence);
     VERIFY_TONE(onAir, roomHertz, -10);
     QVERIFY(!site.board().isKeyed());
 }
