@@ -67,8 +67,8 @@ function(kivo_test name)
     if(NOT ARG_TIMEOUT)
         set(ARG_TIMEOUT 60)
     endif()
-    if(CMAKE_CROSSCOMPILING)
-        math(EXPR ARG_TIMEOUT "5 * ${ARG_TIMEOUT}") # it is emulated
+    if(CMAKE_CROSSCOMPILING OR CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+        math(EXPR ARG_TIMEOUT "5 * ${ARG_TIMEOUT}") # it is emulated, or watched at every step
     endif()
     kivo_test_program(${name} LINKS ${ARG_LINKS} SOURCES ${ARG_SOURCES})
     add_test(NAME ${name} COMMAND ${name})

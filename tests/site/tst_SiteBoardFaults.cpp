@@ -82,7 +82,7 @@ void TestSiteBoardFaults::aFloodFromTheBoardDelaysNoRelease_data() {
 }
 
 void TestSiteBoardFaults::aFloodFromTheBoardDelaysNoRelease() {
-    constexpr int megabytes = 24; // seven hours of a serial line of 9600 baud
+    constexpr int megabytes = 24 / slowness; // 24: seven hours of a serial line of 9600 baud
     QFETCH(QByteArray, bytes);
     TestSite site;
     const auto member = site.bringUpWithMember();
