@@ -296,7 +296,7 @@ void AudioEngine::shapeReceived(std::span<qint16> frame) {
 
 /// No packet is dropped here: a talker whose time was over starts a new transmission with his next packet.
 void AudioEngine::timeTalker(quint32 userId) {
-    if (m_talk.packet(userId, m_clock()).newTransmission)
+    if (m_talk.packet(userId, m_clock()))
         startTotTimers(userId);
 }
 
@@ -325,7 +325,10 @@ void AudioEngine::onTotWarning() {
         qWarning() << "[TOT] Warning tone tidak bisa diputar: ALSA tidak siap atau speaker muted";
         return;
     }
+    const qint64 beginMs = m_clock();
     playWarningTone();
+    // A tone that is waited for would else pass for the end of the talk, and the talker's time start anew each time.
+    m_talk.heldUp(m_clock() - beginMs);
 }
 
 void AudioEngine::playWarningTone() {
@@ -334,7 +337,7 @@ void AudioEngine::playWarningTone() {
     if (wav) {
         playPcm(wav->samples, channels);
         qInfo() << "[TOT] Warning tone dari WAV:" << m_warningToneFile << "| SR:" << wav->rateHz
-                << "| ch:" << wav->channels << "| size:" << wav->samples.size() << "bytes | boost:" << 4 << "x";
+                << "| ch:" << wav->channels << "| size:" << wav->samples.size() << "bytes | boost:" << wavBoost << "x";
         return;
     }
     const QByteArray tone = syntheticWarningTone(m_playback.rateHz(), channels);

@@ -32,7 +32,7 @@
 /// direction whose device or codec cannot be had stays silent, the other goes on.
 ///
 /// Everything happens on the thread of its event loop. It keeps the loop waiting only while a device plays out before
-/// it is closed, and while the warning tone is written.
+/// it is closed, while the warning tone is written, and for a chunk at a time on a device that holds less than one.
 class AudioEngine : public QObject {
     Q_OBJECT
 
@@ -41,7 +41,9 @@ public:
     explicit AudioEngine(QString warningToneFile = {}, QObject *parent = nullptr, EpochClock clock = steadyEpochMs);
     ~AudioEngine() override;
 
-    /// Makes the codec. A frame duration of 0 or less counts as 20 ms, one beyond Opus's longest as 120 ms.
+    /// Makes the codec, before the devices are opened: rate in Hz, bit rate in bit/s, complexity 0..10. A frame
+    /// duration of 0 or less counts as 20 ms, one beyond Opus's longest as 120 ms. False, and logged, when Opus cannot
+    /// run by these numbers: the engine works all the same, silent in that direction until the next change of quality.
     bool initialize(int sampleRate, int channels, int bitrate, int complexity, int frameDurationMs);
     /// ALSA names; empty means "default". For the next opening.
     void setDevices(const QString &captureDevice, const QString &playbackDevice);
@@ -88,8 +90,11 @@ public:
     /// Re-creates the default decoder, forgets every talker's, drops queued audio.
     void resetDecoders();
 
+    /// The packet encrypted and authenticated with the room's key; as it is while encryption is off.
     QByteArray sealFrame(const QByteArray &packet) const;
+    /// The reverse. Empty when the packet was not sealed with this key: drop it.
     QByteArray openFrame(const QByteArray &packet) const { return m_cipher.open(packet); }
+    /// Mono 16-bit samples at another rate, in Hz.
     QByteArray resample(const QByteArray &samples, int fromRate, int toRate);
     /// Writes interleaved samples straight to the playback device, past the queue, and waits for the device to take
     /// them.

@@ -57,8 +57,11 @@ std::span<qint16> CapturePcm::readFrame(int samples) {
         restartAfter(available);
         return {};
     }
-    if (available < samples)
+    if (available < samples) {
+        if (snd_pcm_state(m_pcm.get()) == SND_PCM_STATE_PREPARED) // it could not be started again
+            snd_pcm_start(m_pcm.get());
         return {};
+    }
     m_frame.resize(size_t(samples) * size_t(m_channels));
     const snd_pcm_sframes_t read = snd_pcm_readi(m_pcm.get(), m_frame.data(), snd_pcm_uframes_t(samples));
     if (read < 0)
@@ -66,7 +69,7 @@ std::span<qint16> CapturePcm::readFrame(int samples) {
     return read == samples ? mixToMono(m_frame, m_channels) : std::span<qint16>();
 }
 
-/// A device that cannot be set going shows the same error at the next poll, where it is tried again.
+/// A device that cannot be set going is tried again at the next poll, where it shows the same error or has no frame.
 void CapturePcm::restartAfter(snd_pcm_sframes_t error) {
     if (snd_pcm_recover(m_pcm.get(), int(error), 1) >= 0)
         snd_pcm_start(m_pcm.get());

@@ -28,7 +28,7 @@ public:
     size_t chunkSamples() const { return m_chunkSamples; }
     int sizeBytes() const { return int(size() * sizeof(qint16)); }
     /// How many chunks were dropped because too many waited.
-    int droppedChunks() const { return m_droppedChunks; }
+    qint64 droppedChunks() const { return m_droppedChunks; }
 
 private:
     size_t size() const { return m_samples.size() - m_taken; }
@@ -38,5 +38,5 @@ private:
     size_t m_taken = 0; ///< samples at the front that are handed out or dropped already
     size_t m_chunkSamples = 960;
     bool m_primed = false;
-    int m_droppedChunks = 0;
+    qint64 m_droppedChunks = 0;
 };

@@ -1,6 +1,6 @@
 #include "audio/TalkTimer.h"
 
-TalkTimer::Verdict TalkTimer::packet(quint32 userId, qint64 nowMs) {
+bool TalkTimer::packet(quint32 userId, qint64 nowMs) {
     constexpr qint64 pauseMs = 500;
     const bool isNew = userId != m_talker || m_expired || nowMs - m_lastPacketMs >= pauseMs;
     m_lastPacketMs = nowMs;
@@ -8,5 +8,5 @@ TalkTimer::Verdict TalkTimer::packet(quint32 userId, qint64 nowMs) {
         m_expired = false;
         m_talker = userId;
     }
-    return {.newTransmission = isNew};
+    return isNew;
 }

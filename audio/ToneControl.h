@@ -12,9 +12,8 @@
 class ToneControl {
 public:
     /// Stores the settings, held within -12..+12 dB, and designs the filters with zeroed states.
-    /// @param rateHz  sample rate of the frames to come; below 8000 the filters are those of 8000, where treble is
-    /// still
-    ///                below half the rate and the filter stable
+    /// @param rateHz  sample rate of the frames to come; below 8000 the filters are those of 8000, where treble lies
+    ///                below half the rate and the filter is stable
     void set(float bass, float mid, float treble, int rateHz);
     float bass() const { return m_bass; }
     float mid() const { return m_mid; }

@@ -24,7 +24,6 @@ namespace {
 using Samples = std::vector<qint16>;
 
 constexpr float lowestToneSample = -32767.0F;
-constexpr int wavBoost = 4;
 // Bounds what a wrong file, or one whose header claims an absurd rate, can cost in memory and time: a minute and a half
 // of 48000 Hz stereo, for a tone that is meant to last a second.
 constexpr qint64 maxToneBytes = 16LL * 1024 * 1024;

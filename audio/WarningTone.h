@@ -7,6 +7,9 @@
 
 class Resampler;
 
+/// How much louder than in its file a warning tone is played.
+constexpr int wavBoost = 4;
+
 /// A warning tone from a file, ready to be written to the playback device.
 struct WavTone {
     QByteArray samples; ///< 16-bit, interleaved, at the device's rate and channels
@@ -14,7 +17,7 @@ struct WavTone {
     int channels;       ///< of the file
 };
 
-/// Reads a 16-bit PCM WAV file and fits it to the playback device: rate, channels, four times as loud.
+/// Reads a 16-bit PCM WAV file and fits it to the playback device: rate, channels, loudness.
 ///
 /// Nothing when the file cannot be used; the reason has been logged then. A stereo file is resampled as if it were one
 /// mono stream.

@@ -44,11 +44,11 @@ private:
 
 /// One direction of a card.
 struct CardSide {
-    std::atomic<std::int64_t> frames;        ///< moved by the device's end since the card was made
-    std::atomic<std::uint32_t> xruns;        ///< counted by the device's end
-    std::atomic<std::uint32_t> xrunsOrdered; ///< each step makes the running stream over- or underrun
-    std::atomic<std::int32_t> clockErrorPpb; ///< parts per billion by which the card's clock is fast
-    std::uint32_t padding;
+    std::atomic<std::int64_t> frames;         ///< moved by the device's end since the card was made
+    std::atomic<std::uint32_t> xruns;         ///< counted by the device's end
+    std::atomic<std::uint32_t> xrunsOrdered;  ///< each step makes the running stream over- or underrun
+    std::atomic<std::int32_t> clockErrorPpb;  ///< parts per billion by which the card's clock is fast
+    std::atomic<std::uint32_t> refusedStarts; ///< 1: streams do not start
 };
 
 /// What the site's end and the device's end (the ALSA plugin) of one simulated card share: a file of this layout that

@@ -160,6 +160,8 @@ int CardStream::prepare() {
 int CardStream::start() {
     if (isUnplugged())
         return -ENODEV;
+    if (m_side.refusedStarts.load() != 0)
+        return -EIO;
     m_xrunsOrderedAtStart = m_side.xrunsOrdered.load();
     m_clockErrorPpb = m_side.clockErrorPpb.load();
     m_startIndex = airNow();

@@ -173,6 +173,10 @@ void SoundCard::stall(bool stalled) {
     m_shared->memory().stalled = stalled ? 1 : 0;
 }
 
+void SoundCard::refuseCaptureStarts(bool refuse) {
+    m_shared->memory().capture.refusedStarts = refuse ? 1 : 0;
+}
+
 void SoundCard::failPlaybackWrites(bool fail) {
     m_shared->memory().failingWrites = fail ? 1 : 0;
 }

@@ -53,12 +53,13 @@ public:
     void setBusy(bool busy);       ///< true: cannot be opened (device or resource busy)
     void unplug();                 ///< running streams end with "no such device", and it is absent until plugIn()
     void plugIn();
-    void setRate(int rateHz);           ///< for the next open; while no stream runs
-    void setChannels(int min, int max); ///< the same
-    void overrun();                     ///< the running capture stream overruns
-    void underrun();                    ///< the running playback stream underruns
-    void stall(bool stalled);           ///< nothing moves on either side, and nothing says so, while set
-    void failPlaybackWrites(bool fail); ///< every write fails and cannot be recovered, while set
+    void setRate(int rateHz);              ///< for the next open; while no stream runs
+    void setChannels(int min, int max);    ///< the same
+    void overrun();                        ///< the running capture stream overruns
+    void underrun();                       ///< the running playback stream underruns
+    void stall(bool stalled);              ///< nothing moves on either side, and nothing says so, while set
+    void refuseCaptureStarts(bool refuse); ///< recording cannot be started, while set
+    void failPlaybackWrites(bool fail);    ///< every write fails and cannot be recovered, while set
 
     /// Writes the ALSA configuration that leads "hw:N,0" to the cards of that folder, and "default" to card 0. Returns
     /// the file's path, for ALSA_CONFIG_PATH; empty on failure. The plugin is the build's, or KIVO_CARD_PLUGIN's when

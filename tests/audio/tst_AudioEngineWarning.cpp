@@ -1,6 +1,8 @@
 #include "../support/LogCapture.h"
 #include "EngineOnCard.h"
 #include "Hearing.h"
+#include "Talker.h"
+#include "base/EpochClock.h"
 #include "sim/sound/AudioAnalysis.h"
 
 #include <QTest>
@@ -11,6 +13,7 @@ class TestAudioEngineWarning : public QObject {
 private Q_SLOTS:
     void warnsWithTheSyntheticTone();
     void warnsWithATonesFile();
+    void aToneThatIsWaitedForIsNoPauseOfTheTalker();
     void saysWhyAToneBrokeOff();
 };
 
@@ -53,6 +56,30 @@ void TestAudioEngineWarning::warnsWithATonesFile() {
     QVERIFY(isNear(sim::toneHz(tone), 600, 1));
     QVERIFY(isNear(sim::toneLevelDbfs(tone, 600), -20 + 12.04, 0.1));
     QVERIFY(sim::toneShare(tone, 600) > 0.999);
+}
+
+/// Half a second of it fits into the device; the rest takes as long as it sounds.
+void TestAudioEngineWarning::aToneThatIsWaitedForIsNoPauseOfTheTalker() {
+    const QTemporaryDir folder;
+    const QString file = folder.filePath(QStringLiteral("tone.wav"));
+    QVERIFY(sim::writeWav(file, sim::tone(600, -20, 1.5, 48000)));
+    QVERIFY(sim::SoundCard::installAlsaConfig(folder.path()));
+    const sim::SoundCard card(folder.path(), 1);
+    AudioEngine engine(file);
+    engine.setDevices(QStringLiteral("hw:1,0"), QStringLiteral("hw:1,0"));
+    QVERIFY(engine.initialize(48000, 1, 32000, 5, 20));
+    QVERIFY(engine.openPlayback());
+    engine.setTotDuration(60);
+    const QByteArray packet = Talker().packet(std::vector<std::int16_t>(960));
+    const QString begun = QStringLiteral("info [TOT] Timer started: 60 s untuk userId 42");
+    LogCapture log;
+    engine.onAudioReceivedFrom(packet + QByteArray(9, '\0'), 42);
+    QCOMPARE(log.take().count(begun), 1);
+    const qint64 beginMs = steadyEpochMs();
+    engine.onTotWarning();
+    QVERIFY(steadyEpochMs() - beginMs >= 900);
+    engine.onAudioReceivedFrom(packet + QByteArray(9, '\0'), 42);
+    QCOMPARE(log.take().count(begun), 0);
 }
 
 void TestAudioEngineWarning::saysWhyAToneBrokeOff() {

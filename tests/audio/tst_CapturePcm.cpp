@@ -25,6 +25,7 @@ private Q_SLOTS:
     void readsWhatTheCardHears();
     void neverWaitsForAFrame();
     void goesOnAfterAnOverrun();
+    void isStartedAgainAfterAStartThatFailed();
     void staysOpenAndEmptyWhenTheCardIsGone();
 
 private:
@@ -140,6 +141,20 @@ void TestCapturePcm::goesOnAfterAnOverrun() {
     LogCapture log;
     QCOMPARE(int(record(pcm, 5).samples.size()), 4800);
     QVERIFY(log.lines().isEmpty());
+}
+
+void TestCapturePcm::isStartedAgainAfterAStartThatFailed() {
+    m_rateHz = 48000;
+    sim::SoundCard card(m_folder.path(), 2);
+    CapturePcm pcm;
+    QCOMPARE(pcm.open(cardName, 48000), 48000);
+    QVERIFY(pcm.start());
+    card.refuseCaptureStarts(true);
+    card.overrun();
+    for (int poll = 0; poll < 3; ++poll)
+        QVERIFY(pcm.readFrame(960).empty());
+    card.refuseCaptureStarts(false);
+    QCOMPARE(int(record(pcm, 5).samples.size()), 4800);
 }
 
 void TestCapturePcm::staysOpenAndEmptyWhenTheCardIsGone() {
