@@ -2,8 +2,8 @@
 
 #include <QString>
 
-/// Every path of the appliance below its folder. Handed down by value, so that a test can give another root; the
-/// program itself always uses the default.
+/// The folders of the appliance, and those of its files that more than one place must know. Handed down by value, so
+/// that a test can give another root; the program itself always uses the default.
 struct AppliancePaths {
     QString root = QStringLiteral("/opt/kivo-appliance");
 

@@ -132,6 +132,8 @@ bool replaceFile(const QString &path, const QByteArray &json) {
         warnWithReason("[Config] Cannot open tmp file:");
         return false;
     }
+    // From its first moment in place the Web UI may read it, after a power cut too.
+    SharedFile::shareWithWebUi(file);
     // Bytes that did not reach the disk must not take the place of good ones.
     if (!SharedFile::writeAll(file, json) || ::fsync(file.get()) != 0)
         return abandon(temporaryPath, "[Config] Short write to tmp:");
@@ -174,9 +176,9 @@ bool ConfigStore::save(QJsonObject &object) {
         qWarning() << "[Config] Configuration too large, not saved";
         return false;
     }
+    object = merged; // what the Web UI has added is known from here on, written or not
     if (!replaceFile(path, json))
         return false;
-    object = merged;
     SharedFile::shareWithWebUi(lock);
     return true;
 }

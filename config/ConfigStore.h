@@ -24,7 +24,8 @@ public:
 
     /// The one object; loaded on the first call. Changes reach the disk only through save().
     QJsonObject &object();
-    /// Saves object(). True on success: object() is then what was written. Blocks for up to 5 s on the lock.
+    /// Saves object(). True on success: object() is then what was written; it also has what the Web UI has added where
+    /// only the writing failed. Nothing over 1 MiB is written. Blocks for up to 5 s on the lock.
     bool save();
     /// Same for any object of the caller's.
     bool save(QJsonObject &object);

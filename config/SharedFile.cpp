@@ -65,7 +65,7 @@ UniqueFd SharedFile::openToWrite(const QString &path, mode_t mode) {
 }
 
 UniqueFd SharedFile::openToLock(const QString &path, mode_t mode) {
-    return openGuarded(path, O_RDWR | O_CREAT, mode, OtherNames::Refused);
+    return openGuarded(path, O_RDWR | O_CREAT, mode, OtherNames::Allowed);
 }
 
 bool SharedFile::removeObstacle(const QString &path) {
@@ -107,6 +107,8 @@ bool SharedFile::writeAll(const UniqueFd &file, const QByteArray &bytes) {
 }
 
 void SharedFile::shareWithWebUi(const UniqueFd &file) {
+    if (objectionTo(file.get(), OtherNames::Refused) != 0)
+        return;
     // A daemon that is not root cannot give the file away, and has nobody to tell; the mode still helps the group.
     if (const auto group = webUiGroup())
         (void)!::fchown(file.get(), 0, *group);

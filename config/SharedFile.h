@@ -26,6 +26,7 @@ private:
 /// Files in folders that another user can write. Whatever stands under a name there (a link, a FIFO, a device, a
 /// folder, a hard link to a file elsewhere), these never follow it, never block on it and never change it: a file is
 /// opened first, checked through its descriptor, and only then read, written or given away through the same descriptor.
+/// Only removeObstacle() goes by the name: at worst it removes what has just been put there, which its owner could do.
 ///
 /// Failure: an invalid descriptor or an empty optional, with errno telling why.
 namespace SharedFile {
@@ -42,7 +43,8 @@ UniqueFd openToRead(const QString &path, OtherNames otherNames = OtherNames::Ref
 /// A regular file with no other name to write to, created with the mode when it is missing, emptied otherwise.
 UniqueFd openToWrite(const QString &path, mode_t mode = webUiMode);
 
-/// The same, neither emptied nor written: a file to take a lock on.
+/// A regular file to take a lock on, neither emptied nor written; created with the mode when it is missing. It may have
+/// other names (a backup may make one): a lock changes nothing in it.
 UniqueFd openToLock(const QString &path, mode_t mode = webUiMode);
 
 /// Takes the name away from what is no file of ours: anything but a regular file with no other name, an empty folder
@@ -56,7 +58,8 @@ std::optional<QByteArray> readAll(const UniqueFd &file, qint64 limit);
 /// All bytes or false.
 bool writeAll(const UniqueFd &file, const QByteArray &bytes);
 
-/// Gives the file to root and the Web UI's group, with webUiMode. Failures are passed over.
+/// Gives the file to root and the Web UI's group, with webUiMode; not one with other names, whose file that may be.
+/// Failures are passed over.
 void shareWithWebUi(const UniqueFd &file);
 
 /// Group id of "www-data", looked up once per process; nothing when the system has no such group.

@@ -70,6 +70,7 @@ private Q_SLOTS:
 
     void neverTouchesWhatIsPlantedAsLockFile_data();
     void neverTouchesWhatIsPlantedAsLockFile();
+    void savesUnderALockWithASecondNameAndLeavesItAsItIs();
     void neverTouchesWhatIsPlantedAsTemporaryFile_data();
     void neverTouchesWhatIsPlantedAsTemporaryFile();
     void keepsTheOldFileWhenTheDiskIsFull();
@@ -155,7 +156,6 @@ void TestConfigStoreHazards::addObstacles() {
     QTest::addColumn<int>("reason");
 
     QTest::newRow("link") << text("link") << ELOOP;
-    QTest::newRow("hard link") << text("hard link") << EMLINK;
     QTest::newRow("folder") << text("folder") << EISDIR;
 }
 
@@ -178,8 +178,21 @@ void TestConfigStoreHazards::neverTouchesWhatIsPlantedAsLockFile() {
     QVERIFY(!QFile::exists(config()));
 }
 
+/// As a backup may make one.
+void TestConfigStoreHazards::savesUnderALockWithASecondNameAndLeavesItAsItIs() {
+    write(at("victim"), "precious");
+    QCOMPARE(::chmod(QFile::encodeName(at("victim")).constData(), 0600), 0);
+    plantUnder("config.lock", text("hard link"));
+    QJsonObject object = {{text("a"), 1}};
+    QVERIFY(store().save(object));
+    QCOMPARE(contentOf(config()), QByteArray("{\n    \"a\": 1\n}\n"));
+    QCOMPARE(contentOf(at("victim")), QByteArray("precious"));
+    QCOMPARE(modeOf(at("victim")), mode_t(0600));
+}
+
 void TestConfigStoreHazards::neverTouchesWhatIsPlantedAsTemporaryFile_data() {
     addObstacles();
+    QTest::newRow("hard link") << text("hard link") << EMLINK;
     QTest::newRow("fifo") << text("fifo") << ENXIO;
 }
 
@@ -211,6 +224,7 @@ void TestConfigStoreHazards::keepsTheOldFileWhenTheDiskIsFull() {
     QCOMPARE(contentOf(config()), QByteArray("{\"a\": 1}"));
     QVERIFY(!QFile::exists(at("config.json.tmp")));
     QVERIFY(ForeignLock(at("config.lock")).isHeld());
+    QCOMPARE(object.keys(), QStringList({text("a"), text("b")})); // what the file held is known all the same
 }
 
 void TestConfigStoreHazards::givesUpWhenTheFileCannotBeReplaced() {

@@ -31,6 +31,7 @@ private Q_SLOTS:
     void readsARegularFile();
     void refusesAnythingButARegularFile_data();
     void refusesAnythingButARegularFile();
+    void sharesNoFileWithAnotherName();
     void createsNothingBehindALinkToNowhere();
     void readsAFileWithTwoNamesWhereThatIsAllowed();
     void opensNoDevice();
@@ -118,10 +119,18 @@ void TestSharedFile::refusesAnythingButARegularFile() {
     errno = 0;
     QVERIFY(!SharedFile::openToWrite(at("planted")).isValid());
     QCOMPARE(errno, writeError);
-    QVERIFY(!SharedFile::openToLock(at("planted")).isValid());
+    QCOMPARE(SharedFile::openToLock(at("planted")).isValid(), obstacle == QStringLiteral("hard link"));
 
     QCOMPARE(contentOf(at("victim")), QByteArray("precious"));
     QCOMPARE(modeOf(at("victim")), mode_t(0640));
+}
+
+void TestSharedFile::sharesNoFileWithAnotherName() {
+    write(at("victim"), "precious");
+    QCOMPARE(::chmod(QFile::encodeName(at("victim")).constData(), 0600), 0);
+    plant(QStringLiteral("hard link"), at("planted"), at("victim"));
+    SharedFile::shareWithWebUi(SharedFile::openToLock(at("planted")));
+    QCOMPARE(modeOf(at("victim")), mode_t(0600));
 }
 
 void TestSharedFile::createsNothingBehindALinkToNowhere() {

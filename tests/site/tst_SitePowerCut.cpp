@@ -1,3 +1,4 @@
+#include "Obstacle.h"
 #include "TestSite.h"
 #include "sim/site/CallTracer.h"
 
@@ -191,6 +192,7 @@ void TestSitePowerCut::betweenAnyTwoCallsTheOldOrTheNewFileIsWhole() {
                 QVERIFY(save.step().has_value());
             m_site->daemon().kill();
         }
+        QCOMPARE(modeOf(QString::fromStdString(configFile)) & 0664u, mode_t(0664)); // the Web UI's at any time
         const QJsonObject left = m_site->readConfig();
         QVERIFY2(left == (made > renamed ? after : before), qPrintable(QStringLiteral("after %1 calls").arg(made)));
         ++(made > renamed ? newFiles : oldFiles);
