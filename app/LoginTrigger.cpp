@@ -16,8 +16,8 @@ LoginTrigger::LoginTrigger(Gateway &gateway) : m_gateway(gateway), m_path(gatewa
 void LoginTrigger::check() {
     const auto content = takeDroppedFile(m_path);
     if (!content) {
-        if (errno != ENOENT)
-            qWarning() << "[Appliance] Cannot read login trigger:" << std::strerror(errno);
+        if (const int reason = errno; reason != ENOENT)
+            qWarning() << "[Appliance] Cannot read login trigger:" << std::strerror(reason);
         return;
     }
     const QJsonObject trigger = QJsonDocument::fromJson(*content).object();

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <QtGlobal>
-
 #include <chrono>
 
 /// Makes the kernel give up on a TCP peer that has silently gone (cable pulled, power lost), so that the socket reports

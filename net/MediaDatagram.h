@@ -23,5 +23,5 @@ ControlReply controlReply(std::string_view datagram);
 /// The speaker's id in front of a frame, 32-bit big-endian. The datagram holds at least frameHeaderSize bytes.
 int speakerId(std::string_view datagram);
 
-/// Makes the datagram "id, frame" in place, reusing its memory.
+/// Makes the datagram "id, frame" in place, reusing its memory as long as frames are of like size.
 void buildAudioDatagram(QByteArray &datagram, int userId, const QByteArray &frame);

@@ -200,8 +200,10 @@ void TcpClient::onConnected() {
     m_pingSentMs = 0;
     m_connected = true;
     m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
-    if (!detectDeadPeer(static_cast<int>(m_socket->socketDescriptor()), m_timings.peerSilence))
-        qWarning() << "[TCP] Dead peer detection not available:" << std::strerror(errno);
+    if (!detectDeadPeer(static_cast<int>(m_socket->socketDescriptor()), m_timings.peerSilence)) {
+        const int reason = errno;
+        qWarning() << "[TCP] Dead peer detection not available:" << std::strerror(reason);
+    }
     m_heartbeat.start(m_timings.heartbeat);
     qDebug() << "[TCP] Connected!";
     Q_EMIT connected();

@@ -59,15 +59,16 @@ public:
 
     /// With an empty hardware id the command goes without it.
     void login(const QString &callsign, const QString &password, const QString &hwid);
+    /// The protocol's other login, by the hardware id; not used by the gateway.
     void loginHwid(const QString &a, const QString &b);
     void joinRoom(const QString &room);
     void leaveRoom();
     void requestRooms();
-    void startTransmit(const QString &name);
-    void stopTransmit(const QString &name);
+    void startTransmit(const QString &room);
+    void stopTransmit(const QString &room);
     void requestAllUsers();
     void requestOnlineUsers();
-    void requestUserInfo(const QString &name);
+    void requestUserInfo(const QString &callsign);
     void approveUser(int id);
     void unapproveUser(int id);
     void resetHwid(int id);

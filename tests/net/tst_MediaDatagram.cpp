@@ -70,12 +70,11 @@ void TestMediaDatagram::putsTheIdInNetworkOrder() {
 
 void TestMediaDatagram::reusesTheDatagramsMemory() {
     QByteArray datagram;
-    datagram.reserve(100);
+    buildAudioDatagram(datagram, 1, QByteArray(96, 'a'));
     const char *const memory = datagram.constData();
-    buildAudioDatagram(datagram, 1, QByteArray(80, 'a'));
-    buildAudioDatagram(datagram, 2, QByteArray(3, 'b'));
-    buildAudioDatagram(datagram, 3, QByteArray(96, 'c'));
-    QCOMPARE(datagram, QByteArray("\0\0\0\3", 4) + QByteArray(96, 'c'));
+    buildAudioDatagram(datagram, 2, QByteArray(60, 'b'));
+    buildAudioDatagram(datagram, 3, QByteArray(90, 'c'));
+    QCOMPARE(datagram, QByteArray("\0\0\0\3", 4) + QByteArray(90, 'c'));
     QCOMPARE(static_cast<const void *>(datagram.constData()), static_cast<const void *>(memory));
 }
 
