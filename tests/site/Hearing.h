@@ -42,7 +42,17 @@ private:
     std::int64_t m_daemonsLongestNs = 0; ///< for a processor, added up when it gets one
 };
 
-/// What the attempt gives, made again while the machine was too busy for it; the last one stands.
+/// Until the machine has kept the pace for a second; at most a minute.
+inline void waitForCalm(const sim::Daemon &daemon) {
+    for (int second = 0; second < 60; ++second) {
+        Pace pace(daemon);
+        TestSite::waitFor([] { return false; }, 1000);
+        if (pace.wasKept())
+            return;
+    }
+}
+
+/// What the attempt gives, made again when it is calm, while the machine was too busy for it; the last one stands.
 /// @param prepare  what comes before each attempt, at whatever pace
 template <class Attempt>
 auto undisturbed(
@@ -54,6 +64,7 @@ auto undisturbed(
         auto result = attempt();
         if (pace.wasKept() || made == mostAttempts)
             return result;
+        waitForCalm(site.daemon());
     }
 }
 
