@@ -90,6 +90,8 @@ void TestGuides::theVersionIsTheSameEverywhere() {
     QVERIFY(source(QStringLiteral("debian/changelog")).startsWith(QStringLiteral("kivo-appliance (%1)").arg(version)));
     QVERIFY(source(QStringLiteral("packaging/kivo-appliance.8"))
                 .contains(QStringLiteral("\"kivo-appliance %1\"").arg(version)));
+    for (const char *guide : {"README.md", "docs/operating.md"})
+        QCOMPARE(all(source(QLatin1String(guide)), QStringLiteral("kivo-appliance_([\\d.]+)_")), QStringList(version));
 }
 
 QTEST_APPLESS_MAIN(TestGuides)
