@@ -4,6 +4,7 @@
 
 #include <QDebug>
 #include <QProcess>
+#include <QRegularExpression>
 
 #include <algorithm>
 #include <csignal>
@@ -24,13 +25,27 @@ QProcessEnvironment environmentOfAService() {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     for (const char *name : {"LANG", "LANGUAGE", "LC_ALL", "LC_CTYPE", "LC_MESSAGES"})
         environment.remove(QLatin1String(name));
-    environment.insert(QStringLiteral("QT_MESSAGE_PATTERN"), QStringLiteral("%{type} %{message}"));
+    environment.insert(QStringLiteral("QT_MESSAGE_PATTERN"), QStringLiteral("%{type} @%{time boot}@ %{message}"));
     for (const char *name : {"ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS"}) {
         const QString sanitizer = QLatin1String(name);
         environment.insert(sanitizer,
                            environment.value(sanitizer) + QStringLiteral(":exitcode=%1").arg(reportExitCode));
     }
     return environment;
+}
+
+/// Takes the stamp off the text: milliseconds since the start of the machine, in seconds, the upper bits cut off. What
+/// has none is from now. Never too early, so that what follows upon something is later than that.
+std::int64_t takeStamp(QString &text) {
+    static const QRegularExpression stamp(QStringLiteral("^@ *(\\d+)\\.(\\d{3})@ "));
+    const std::int64_t nowMs = monotonicNs() / 1'000'000;
+    const QRegularExpressionMatch match = stamp.match(text);
+    if (!match.hasMatch())
+        return monotonicNs();
+    text.remove(0, match.capturedLength());
+    const auto stampMs = quint32(match.captured(1).toULongLong() * 1000 + match.captured(2).toULongLong());
+    const quint32 ageMs = quint32(nowMs) - stampMs;
+    return (nowMs - ageMs + 1) * 1'000'000;
 }
 
 } // namespace
@@ -142,10 +157,14 @@ void Daemon::readLog() {
 void Daemon::takeDown(const QByteArray &line) {
     static const QStringList levels = {QStringLiteral("debug"), QStringLiteral("info"), QStringLiteral("warning"),
                                        QStringLiteral("critical"), QStringLiteral("fatal")};
-    const QString text = QString::fromUtf8(line);
-    const QString level = text.section(QLatin1Char(' '), 0, 0);
-    const bool isLeveled = levels.contains(level);
-    m_log.append({monotonicNs(), isLeveled ? level : QString(), isLeveled ? text.mid(level.size() + 1) : text});
+    QString text = QString::fromUtf8(line);
+    QString level = text.section(QLatin1Char(' '), 0, 0);
+    if (levels.contains(level))
+        text.remove(0, level.size() + 1);
+    else
+        level.clear();
+    const std::int64_t timeNs = takeStamp(text);
+    m_log.append({timeNs, level, text});
     Q_EMIT logLine(LogLine(m_log.constLast()));
 }
 

@@ -180,6 +180,19 @@ bool replaceLockFolders() {
     return true;
 }
 
+/// The machine's own boards are none of the site's business, not even by the names that a gateway tries by itself.
+bool hideSerialBoards() {
+    const std::string nothing = siteFolder + "/no-board";
+    std::error_code error;
+    bool hidden = writeFile(nothing, {});
+    for (const fs::directory_entry &device : fs::directory_iterator("/dev", error)) {
+        const std::string path = device.path();
+        if (path.rfind("/dev/ttyUSB", 0) == 0 || path.rfind("/dev/ttyACM", 0) == 0)
+            hidden = hidden && bind(nothing, path);
+    }
+    return hidden;
+}
+
 bool raiseLoopback() {
     const Fd socketFd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq request{};
@@ -209,8 +222,8 @@ bool enterPrivateSite() {
     std::error_code error;
     const fs::path folder = fs::current_path(error);
     return leaveNamespaces() && stopPropagation() && cover("/opt", {"kivo-appliance", "kivo-site"}) &&
-           makeApplianceFolders() && makeSiteFolders() && replaceHosts() && replaceLockFolders() && raiseLoopback() &&
-           returnTo(error ? "/" : folder);
+           makeApplianceFolders() && makeSiteFolders() && replaceHosts() && replaceLockFolders() &&
+           hideSerialBoards() && raiseLoopback() && returnTo(error ? "/" : folder);
 }
 
 SitePaths sitePaths() {

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <thread>
 
 namespace sim {
 namespace {
@@ -47,9 +48,19 @@ QString newBox() {
     return paths.cards;
 }
 
+/// A file that is written in place is looked at again while it is but half there.
 QJsonDocument readJson(const QString &path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()) : QJsonDocument();
+    constexpr int looks = 4;
+    QJsonDocument document;
+    for (int look = 0; look < looks && document.isNull(); ++look) {
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly))
+            break;
+        document = QJsonDocument::fromJson(file.readAll());
+        if (document.isNull())
+            std::this_thread::sleep_for(5ms);
+    }
+    return document;
 }
 
 /// Under a hidden name first, so that nobody meets half of it.

@@ -33,6 +33,7 @@ private Q_SLOTS:
     void aLineIsWholeHoweverItArrives();
     void wordsAreFoundInTheLog();
     void itRunsWithoutALocaleAndWithWhatItIsGiven();
+    void aStampedLineIsFromWhenItWasSaid();
     void itIsKilledWithItsChildren();
     void itCanBeStartedAgain();
     void aProgramThatIsNotThereDoesNotStart();
@@ -84,7 +85,19 @@ void TestDaemon::itRunsWithoutALocaleAndWithWhatItIsGiven() {
     daemon.setEnvironment(QStringLiteral("GIVEN"), QStringLiteral("this"));
     QVERIFY(daemon.start());
     QTRY_COMPARE(daemon.log().size(), 1);
-    QCOMPARE(daemon.log()[0].text, QStringLiteral("<> <> <%{type} %{message}> <this>"));
+    QCOMPARE(daemon.log()[0].text, QStringLiteral("<> <> <%{type} @%{time boot}@ %{message}> <this>"));
+}
+
+void TestDaemon::aStampedLineIsFromWhenItWasSaid() {
+    const std::int64_t nowMs = monotonicNs() / 1'000'000;
+    const quint32 saidMs = quint32(nowMs) - 700; // as the stamp counts, which is in 32 bits
+    const QString stamp = QStringLiteral("%1.%2").arg(saidMs / 1000, 6).arg(saidMs % 1000, 3, 10, QLatin1Char('0'));
+    Daemon daemon(script(QStringLiteral("echo 'info @%1@ a text @ with signs' >&2").arg(stamp).toUtf8().constData()));
+    QVERIFY(daemon.start());
+    QTRY_COMPARE(daemon.log().size(), 1);
+    QCOMPARE(daemon.log()[0].level, QStringLiteral("info"));
+    QCOMPARE(daemon.log()[0].text, QStringLiteral("a text @ with signs"));
+    QCOMPARE(daemon.log()[0].timeNs / 1'000'000, nowMs - 700 + 1);
 }
 
 void TestDaemon::itIsKilledWithItsChildren() {

@@ -20,8 +20,11 @@ public:
     }
     bool wasKept() {
         look();
+        const std::int64_t lastedNs = m_lastNs - m_beginNs;
         const std::int64_t daemonsNs = m_waitedNs - m_waitedAtBeginNs;
-        return m_longestNs < 40'000'000 && m_daemonsLongestNs < 30'000'000 && daemonsNs * 10 < m_lastNs - m_beginNs;
+        const std::int64_t stolen = stolenNs() - m_stolenAtBeginNs;
+        return m_longestNs < 40'000'000 && m_daemonsLongestNs < 30'000'000 && daemonsNs * 10 < lastedNs &&
+               stolen * 10 < lastedNs;
     }
 
 private:
@@ -40,11 +43,12 @@ private:
     const std::int64_t m_waitedAtBeginNs = waitedNs(m_daemon.processId());
     std::int64_t m_waitedNs = m_waitedAtBeginNs;
     std::int64_t m_daemonsLongestNs = 0; ///< for a processor, added up when it gets one
+    const std::int64_t m_stolenAtBeginNs = stolenNs();
 };
 
-/// Until the machine has kept the pace for a second; at most a minute.
+/// Until the machine has kept the pace for a second; 15 s at most.
 inline void waitForCalm(const sim::Daemon &daemon) {
-    for (int second = 0; second < 60; ++second) {
+    for (int second = 0; second < 15; ++second) {
         Pace pace(daemon);
         TestSite::waitFor([] { return false; }, 1000);
         if (pace.wasKept())

@@ -114,7 +114,7 @@ void TestSiteSession::aSquelchOpenedBeforeTheRoomIsJoinedTalksOnceThere() {
     site.writeConfig();
     QVERIFY(site.server().start());
     QVERIFY(site.daemon().start());
-    QVERIFY(Site::waitFor([&] { return site.server().isLoggedIn(site.gateway()); }, 10000));
+    QVERIFY(site.waitForLog("[Arduino] Connected to"_s, 10000)); // a good second before the room
     site.board().setSquelch(true);
     QVERIFY(site.waitForLine("warning"_s, "[COS] ACTIVE — room belum join, TX pending"_s, 5000));
     QVERIFY(site.server().roomOf(site.gateway()).isEmpty());
@@ -134,7 +134,7 @@ void TestSiteSession::aSquelchClosedBeforeTheRoomIsJoinedIsForgotten() {
     site.writeConfig();
     QVERIFY(site.server().start());
     QVERIFY(site.daemon().start());
-    QVERIFY(Site::waitFor([&] { return site.server().isLoggedIn(site.gateway()); }, 10000));
+    QVERIFY(site.waitForLog("[Arduino] Connected to"_s, 10000));
     site.board().sendRaw("COS:1\r\nCOS:0\r\n");
     QVERIFY(site.waitForLog("TX pending"_s, 5000));
     QVERIFY(site.waitForSent("JOIN Lobby"_s, 5000));

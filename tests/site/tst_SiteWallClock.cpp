@@ -27,7 +27,7 @@ void TestSiteWallClock::noTimeOutFollowsTheWallClock() {
     WallClock clock(sitePaths().cards);
     QVERIFY(clock.isThere());
     clock.installIn(site.daemon());
-    site.daemon().setEnvironment("QT_MESSAGE_PATTERN"_s, "%{type} %{message} @%{time yyyy}"_s);
+    site.daemon().setEnvironment("QT_MESSAGE_PATTERN"_s, "%{type} @%{time boot}@ %{message} @%{time yyyy}"_s);
     site.writeConfig({{"tot_duration"_s, 12}});
     QVERIFY(site.bringUp());
     const int year = yearOfLastLine(site);
