@@ -16,8 +16,6 @@
 
 namespace {
 
-/// Well below the shortest period of the audio path.
-constexpr qint64 turnMs = 4;
 /// A process that takes all it can get is made to wait once others want the processor too, and its audio with it.
 constexpr int restMs = 10;
 
@@ -53,10 +51,11 @@ QStringList commandFilesIn(const QString &path) {
 
 } // namespace
 
-CommandIntake::CommandIntake(Gateway &gateway, StateFiles &files)
+CommandIntake::CommandIntake(Gateway &gateway, StateFiles &files, std::chrono::milliseconds turn)
     : m_gateway(gateway),
       m_files(files),
-      m_folder(gateway.paths.exchangeDir()) {}
+      m_folder(gateway.paths.exchangeDir()),
+      m_turn(turn) {}
 
 void CommandIntake::scan() {
     if (!m_waiting.isEmpty())
@@ -68,7 +67,7 @@ void CommandIntake::scan() {
 void CommandIntake::workOff() {
     QElapsedTimer turn;
     turn.start();
-    while (!m_waiting.isEmpty() && turn.elapsed() < turnMs)
+    while (!m_waiting.isEmpty() && turn.elapsed() < m_turn.count())
         carryOut(m_waiting.takeFirst());
     if (!m_waiting.isEmpty())
         QTimer::singleShot(restMs, Qt::PreciseTimer, this, &CommandIntake::workOff);
