@@ -6,6 +6,7 @@
 #include <QtTest>
 
 #include <fcntl.h>
+#include <functional>
 #include <memory>
 #include <pty.h>
 #include <termios.h>
@@ -43,17 +44,28 @@ public:
     }
 
     /// Waits until it has been told exactly these lines since the last call.
-    bool isTold(const QByteArray &lines) {
-        const bool told = QTest::qWaitFor([&] { return m_heard == lines; });
+    bool isTold(const QByteArray &lines) { return hears(lines, &FakeBoard::m_heard); }
+
+    /// The same of the transmitter alone: settings and keep-alives come by the clock.
+    bool isToldOfPtt(const QByteArray &lines) { return hears(lines, &FakeBoard::pttLines); }
+
+private:
+    template <class What>
+    bool hears(const QByteArray &lines, What what) {
+        const bool told = QTest::qWaitFor([&] { return std::invoke(what, this) == lines; });
         if (!told)
             qDebug() << "board heard" << m_heard << "instead of" << lines;
         m_heard.clear();
         return told;
     }
 
-    QByteArray heard() const { return m_heard; }
+    QByteArray pttLines() const {
+        QByteArray lines;
+        for (const QByteArray &line : m_heard.split('\n'))
+            lines += line.startsWith("PTT:") ? line + '\n' : QByteArray();
+        return lines;
+    }
 
-private:
     void read() {
         char bytes[256];
         const ssize_t count = ::read(m_master, bytes, sizeof bytes);

@@ -23,6 +23,13 @@ public:
         m_client->flush();
     }
 
+    /// Refuses connections. The port is kept from programs that take any free one, and can be listened at again.
+    void goAway() {
+        const quint16 port = serverPort();
+        close();
+        m_portKeeper.bind(QHostAddress::LocalHost, port, QAbstractSocket::ReuseAddressHint);
+    }
+
     void hangUp() { m_client->disconnectFromHost(); }
 
     /// What was heard since the last call, up to and without the given command, for which it waits.
@@ -59,6 +66,7 @@ private:
             m_lines.append(m_client->readLine());
     }
 
+    QTcpSocket m_portKeeper;
     QTcpSocket *m_client = nullptr;
     QList<QByteArray> m_lines;
 };

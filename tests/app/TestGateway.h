@@ -11,6 +11,8 @@
 #include "net/UdpAudio.h"
 #include "radio/ArduinoController.h"
 
+using namespace std::chrono_literals;
+
 /// A gateway of real components between a fake server and a fake board, without sound devices. The rules under test are
 /// made on top of it.
 struct TestGateway {
@@ -55,7 +57,7 @@ struct TestGateway {
     TcpClient link;
     UdpAudio media;
     AudioEngine engine;
-    ArduinoController radio;
+    ArduinoController radio{nullptr, {1h, 1h, 1h, 1h}}; ///< says nothing by the clock
     StateFiles files{gateway};
     RadioTraffic traffic{gateway, files};
 };

@@ -168,11 +168,11 @@ private Q_SLOTS:
     void aTalkerInTheRoomKeysTheRadio() {
         TestSite site;
         site.logIn();
-        QVERIFY(site.board.isTold(""));
+        QVERIFY(site.board.isToldOfPtt(""));
         site.server.say("USER_LIST|Lobby|42,7|AB1CD,XY2|Me,You|RX,TX|1,1|0,0");
-        QVERIFY(site.board.isTold("PTT:1\n"));
+        QVERIFY(site.board.isToldOfPtt("PTT:1\n"));
         site.server.say("USER_LIST|Lobby|42,7|AB1CD,XY2|Me,You|RX,RX|1,1|0,0");
-        QVERIFY(site.board.isTold("PTT:0\n"));
+        QVERIFY(site.board.isToldOfPtt("PTT:0\n"));
         QTRY_COMPARE(site.root.exchanged("kivo-userlist.json").array().size(), 2);
     }
 
@@ -180,10 +180,10 @@ private Q_SLOTS:
         TestSite site;
         site.logIn();
         site.server.say("USER_LIST|Lobby|42,7|AB1CD,XY2|Me,You|RX,TX|1,1|0,0");
-        QVERIFY(site.board.isTold("PTT:1\n"));
+        QVERIFY(site.board.isToldOfPtt("PTT:1\n"));
         site.server.forget();
         site.server.hangUp();
-        QVERIFY(site.board.isTold("PTT:0\n"));
+        QVERIFY(site.board.isToldOfPtt("PTT:0\n"));
         QVERIFY(site.server.hears("LOGIN AB1CD secret h1"));
     }
 

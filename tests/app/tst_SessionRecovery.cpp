@@ -111,7 +111,7 @@ private Q_SLOTS:
     void aServerThatIsAwayIsTriedAgainUntilItIsBack() {
         TestSession test(account());
         const quint16 port = test.server.serverPort();
-        test.server.close();
+        test.server.goAway();
         QSignalSpy failures(&test.link, &TcpClient::errorOccurred);
         test.flow.scheduleFirstConnection();
         QTRY_VERIFY(failures.count() >= 3);
@@ -120,8 +120,8 @@ private Q_SLOTS:
     }
 
     void anAttemptThatFailsLeavesOneRetry() {
-        TestSession test(account(), {5ms, 300ms});
-        test.server.close();
+        TestSession test(account(), {5ms, 2s});
+        test.server.goAway();
         QSignalSpy failures(&test.link, &TcpClient::errorOccurred);
         test.flow.scheduleFirstConnection();
         QTRY_COMPARE(failures.count(), 1);
@@ -143,7 +143,7 @@ private Q_SLOTS:
 
     void aBlockedLoginIsNotTriedAfterAFailedAttempt() {
         TestSession test(account());
-        test.server.close();
+        test.server.goAway();
         test.gateway.session.loginBlocked = true;
         QSignalSpy failures(&test.link, &TcpClient::errorOccurred);
         test.flow.scheduleFirstConnection();
