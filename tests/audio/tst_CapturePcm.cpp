@@ -135,9 +135,10 @@ void TestCapturePcm::goesOnAfterAnOverrun() {
     QCOMPARE(pcm.open(cardName, 48000), 48000);
     QVERIFY(pcm.start());
     QCOMPARE(int(record(pcm, 2).samples.size()), 1920);
+    const int overruns = card.captureXruns(); // of a busy machine
     card.overrun();
     QVERIFY(pcm.readFrame(960).empty());
-    QCOMPARE(card.captureXruns(), 1);
+    QCOMPARE(card.captureXruns(), overruns + 1);
     LogCapture log;
     QCOMPARE(int(record(pcm, 5).samples.size()), 4800);
     QVERIFY(log.lines().isEmpty());

@@ -7,6 +7,7 @@
 #include <QTest>
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 
 using namespace sim;
@@ -152,7 +153,7 @@ void TestRoomMember::speaksBetweenStartAndStop() {
 }
 
 /// No packet leaves before its time, and lateness of one does not add to the next. How late the machine is busy enough
-/// to make one packet is not this test's concern.
+/// to make one packet is not this test's concern: of the last ten the one nearest to its time counts.
 void TestRoomMember::speaksNoFasterAndNoSlowerThanTheClock() {
     const auto talker = ready(2);
     std::vector<std::int64_t> arrivals;
@@ -162,10 +163,14 @@ void TestRoomMember::speaksNoFasterAndNoSlowerThanTheClock() {
     talker->speak(tone(1000, -6, 1.0));
     QVERIFY(finished.wait());
     QCOMPARE(arrivals.size(), std::size_t(50));
-    for (std::size_t i = 0; i < arrivals.size(); ++i)
-        QVERIFY(arrivals[i] - startNs >= std::int64_t(i) * 20'000'000);
-    const double lastMs = double(arrivals.back() - arrivals.front()) / 1e6;
-    QVERIFY2(lastMs < 980 + 100, qPrintable(QString::number(lastMs)));
+    double latenessMs = std::numeric_limits<double>::max();
+    for (std::size_t i = 0; i < arrivals.size(); ++i) {
+        const std::int64_t dueNs = std::int64_t(i) * 20'000'000;
+        QVERIFY(arrivals[i] - startNs >= dueNs);
+        if (i >= 40)
+            latenessMs = std::min(latenessMs, double(arrivals[i] - arrivals[0] - dueNs) / 1e6);
+    }
+    QVERIFY2(latenessMs < 100, qPrintable(QString::number(latenessMs)));
 }
 
 void TestRoomMember::hearsTwoTalkersEachForItself() {

@@ -242,6 +242,7 @@ void TestSoundCard::aStereoPlaybackIsHeardAsTheMean() {
     Samples sound;
     for (int i = 0; i < 1920; ++i)
         sound.insert(sound.end(), {3000, -1000});
+    QCOMPARE(handle.setThresholds(24000, 960), 0); // draining starts it
     const qint64 from = monotonicNs();
     QCOMPARE(qint64(handle.write(sound)), Q_INT64_C(1920));
     QCOMPARE(snd_pcm_drain(handle), 0);
@@ -254,6 +255,7 @@ void TestSoundCard::gapsAreSilent() {
     const SoundCard card(m_folder.path(), 0);
     Handle handle(playback);
     QCOMPARE(handle.configure(), 0);
+    QCOMPARE(handle.setThresholds(24000, 960), 0); // draining starts it
     const Samples sound = ramp(1920);
     const qint64 from = monotonicNs();
     QCOMPARE(qint64(handle.write(sound)), Q_INT64_C(1920));
@@ -335,6 +337,7 @@ void TestSoundCard::aSlowClockLeavesNoHoles() {
     const SoundCard card(m_folder.path(), 0, options);
     Handle handle(playback);
     QCOMPARE(handle.configure(), 0);
+    QCOMPARE(handle.setThresholds(24000, 960), 0); // draining starts it
     const qint64 from = monotonicNs();
     for (int i = 0; i < 10; ++i)
         QCOMPARE(qint64(handle.write(Samples(960, 7))), Q_INT64_C(960));
