@@ -61,12 +61,6 @@ private:
     QTcpSocket m_first;
 };
 
-quint16 closedPort() {
-    QTcpServer server;
-    server.listen(QHostAddress::LocalHost);
-    return server.serverPort();
-}
-
 } // namespace
 
 class TestTcpClientLink : public QObject {
@@ -120,7 +114,9 @@ void TestTcpClientLink::reportsARefusedConnection() {
     TcpClient client;
     SignalJournal journal(&client);
     QSignalSpy errors(&client, &TcpClient::errorOccurred);
-    const quint16 port = closedPort();
+    QTcpSocket closed; // it has the port but does not listen there
+    QVERIFY(closed.bind(QHostAddress::LocalHost));
+    const quint16 port = closed.localPort();
     client.connectToServer(QStringLiteral("127.0.0.1"), port);
     QTRY_COMPARE(errors.count(), 1);
     QCOMPARE(journal.take(),

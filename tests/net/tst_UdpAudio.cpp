@@ -137,7 +137,7 @@ void TestUdpAudio::becomesReadyByEachConfirmation_data() {
 void TestUdpAudio::becomesReadyByEachConfirmation() {
     QFETCH(QByteArray, confirmation);
     MediaServer server;
-    UdpAudio link(nullptr, steadyEpochMs, {.handshakeStep = milliseconds(500)});
+    UdpAudio link(nullptr, steadyEpochMs, patient);
     link.setUserId(42);
     link.enableUdp(host, server.port(), token);
     QCOMPARE(server.hear(), QByteArray("PING"));

@@ -109,8 +109,8 @@ void TestServiceHelpers::stoppingEndsBothTransmissionsBeforeTheDaemonIsKilled() 
 
     const FakeServiceManager manager;
     QCOMPARE(manager.run("end-transmission"_s, {}, QString::number(site.daemon().processId())), 0);
-    QVERIFY(Site::waitFor([&] { return !site.board().isKeyed(); }, 500));
-    QVERIFY(Site::waitFor([&] { return !site.server().isTalking(site.gateway()); }, 500));
+    QVERIFY(Site::waitFor([&] { return !site.board().isKeyed(); }, 3000));
+    QVERIFY(Site::waitFor([&] { return !site.server().isTalking(site.gateway()); }, 3000));
     QVERIFY(site.daemon().isRunning());
 }
 
