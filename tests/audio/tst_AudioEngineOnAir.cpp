@@ -218,17 +218,19 @@ void TestAudioEngineOnAir::playsWhatTheRoomSays_data() {
 void TestAudioEngineOnAir::playsWhatTheRoomSays() {
     QFETCH(int, rateHz);
     QFETCH(int, minChannels);
+    Talker talker;
+    const auto beginning = talker.say(sim::tone(1000, -10, 0.2));
+    const auto rest = talker.say(sim::tone(1000, -10, 0.6));
     sim::Pcm heard;
     QStringList lines;
     QVERIFY(undisturbed([&] {
         EngineOnCard site({.rateHz = rateHz, .minChannels = minChannels});
         site.engine.setSpeakerGain(50);
         site.engine.openPlayback();
-        Talker talker;
         LogCapture log;
-        site.receive(talker.say(sim::tone(1000, -10, 0.2)));
+        site.receive(beginning);
         const int underruns = site.card.playbackXruns(); // one, when priming outlasts the silence of the start
-        const bool keptPace = site.receive(talker.say(sim::tone(1000, -10, 0.6)));
+        const bool keptPace = site.receive(rest);
         lines = log.take();
         heard = sim::slice(spoken(site.onAir()), 0.2, 0.5);
         return keptPace && site.card.playbackXruns() == underruns;
