@@ -1,3 +1,4 @@
+#include "sim/MonotonicClock.h"
 #include "sim/site/Daemon.h"
 
 #include <QSignalSpy>
