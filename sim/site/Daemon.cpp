@@ -35,13 +35,13 @@ QProcessEnvironment environmentOfAService() {
 }
 
 /// Takes the stamp off the text: milliseconds since the start of the machine, in seconds, the upper bits cut off. What
-/// has none is from now. Never too early, so that what follows upon something is later than that.
-std::int64_t takeStamp(QString &text) {
+/// has none is from now.
+std::int64_t takeStamp(QString &text, std::int64_t nowNs) {
     static const QRegularExpression stamp(QStringLiteral("^@ *(\\d+)\\.(\\d{3})@ "));
-    const std::int64_t nowMs = monotonicNs() / 1'000'000;
     const QRegularExpressionMatch match = stamp.match(text);
     if (!match.hasMatch())
-        return monotonicNs();
+        return nowNs;
+    const std::int64_t nowMs = nowNs / 1'000'000;
     text.remove(0, match.capturedLength());
     const auto stampMs = quint32(match.captured(1).toULongLong() * 1000 + match.captured(2).toULongLong());
     const quint32 ageMs = quint32(nowMs) - stampMs;
@@ -163,8 +163,9 @@ void Daemon::takeDown(const QByteArray &line) {
         text.remove(0, level.size() + 1);
     else
         level.clear();
-    const std::int64_t timeNs = takeStamp(text);
-    m_log.append({timeNs, level, text});
+    const std::int64_t timeNs = monotonicNs();
+    const std::int64_t saidNs = takeStamp(text, timeNs);
+    m_log.append({timeNs, saidNs, level, text});
     Q_EMIT logLine(LogLine(m_log.constLast()));
 }
 

@@ -14,7 +14,8 @@ namespace sim {
 
 /// One line of the daemon's log.
 struct LogLine {
-    std::int64_t timeNs = 0; ///< CLOCK_MONOTONIC when it was said, to the next millisecond
+    std::int64_t timeNs = 0; ///< CLOCK_MONOTONIC at arrival
+    std::int64_t saidNs = 0; ///< and when it was said, to the next millisecond
     QString level;           ///< "debug", "info", "warning"
     QString text;
 };

@@ -98,7 +98,7 @@ void TestDaemon::aStampedLineIsFromWhenItWasSaid() {
     QTRY_COMPARE(daemon.log().size(), 1);
     QCOMPARE(daemon.log()[0].level, QStringLiteral("info"));
     QCOMPARE(daemon.log()[0].text, QStringLiteral("a text @ with signs"));
-    QCOMPARE(daemon.log()[0].timeNs / 1'000'000, nowMs - 700 + 1);
+    QCOMPARE(daemon.log()[0].saidNs / 1'000'000, nowMs - 700 + 1);
 }
 
 void TestDaemon::itIsKilledWithItsChildren() {

@@ -77,11 +77,11 @@ public:
     bool logsOnce(const QString &level, const QString &text) {
         return waitForLine(level, text, 2000) && countLines(level, text) == 1;
     }
-    /// When the log got its first line with the words after that moment; 0: it has none.
+    /// When the first line with the words was said that the log got after that moment; 0: it has none.
     std::int64_t timeLogged(const QString &words, std::int64_t afterNs = 0) {
         for (const sim::LogLine &line : daemon().log()) {
             if (line.timeNs > afterNs && line.text.contains(words))
-                return line.timeNs;
+                return line.saidNs;
         }
         return 0;
     }

@@ -8,7 +8,7 @@ std::vector<std::int64_t> timesOf(TestSite &site, const QString &words) {
     std::vector<std::int64_t> times;
     for (const LogLine &line : site.daemon().log()) {
         if (line.text.contains(words))
-            times.push_back(line.timeNs);
+            times.push_back(line.saidNs);
     }
     return times;
 }

@@ -93,7 +93,7 @@ void TestSiteTalkTimeOut::theTalkerIsWarnedThenCutOffAndHisNextPacketStartsOver(
                                  "info [TOT] PTT dimatikan — downlink di-mute oleh TOT"_s,
                                  "info [TOT] Timer started: 12 s untuk userId 200"_s,
                              }));
-    const std::int64_t againNs = site.timeLogged(started, site.timeLogged(started));
+    const std::int64_t againNs = site.timeLogged(started, warnedNs + 5'000'000'000);
     QVERIFY(Site::waitFor([&] { return secondsBetween(againNs, monotonicNs()) > 1.5; }, 3000));
     const Pcm after = site.card().played(againNs + 900'000'000, againNs + 1'400'000'000);
     VERIFY_BETWEEN(toneLevelDbfs(after, speechHertz), -31, -29);
