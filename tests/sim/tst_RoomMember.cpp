@@ -35,6 +35,11 @@ bool hasOpenedAll(const RoomMember &member) {
                        [](const RoomMember::Heard &heard) { return heard.opened; });
 }
 
+/// It begins with its talker's id, whose first byte is 0 here; what else the server is sent is text.
+bool isFrame(const QByteArray &datagram) {
+    return datagram.startsWith('\0');
+}
+
 } // namespace
 
 class TestRoomMember : public QObject {
@@ -143,13 +148,20 @@ void TestRoomMember::speaksBetweenStartAndStop() {
     connect(m_server.get(), &VoiceServer::talkingChanged, talker.get(), [&](const QString &, bool talking) {
         events.append(talking ? QStringLiteral("start") : QStringLiteral("stop"));
     });
-    connect(m_server.get(), &VoiceServer::audioRelayed, talker.get(), [&] { events.append(QStringLiteral("frame")); });
+    connect(m_server.get(), &VoiceServer::datagramReceived, talker.get(), [&](const QByteArray &datagram) {
+        if (isFrame(datagram))
+            events.append(QStringLiteral("frame"));
+    });
     QSignalSpy finished(talker.get(), &RoomMember::finishedSpeaking);
     talker->speak(tone(1000, -6, 0.05)); // two frames and a half
     QVERIFY(talker->isSpeaking());
     QVERIFY(finished.wait());
     QVERIFY(!talker->isSpeaking());
-    QTRY_COMPARE(events.join(QLatin1Char(' ')), QStringLiteral("start frame frame frame stop"));
+    QTRY_COMPARE(events.size(), 5);
+    QCOMPARE(events.first(), QStringLiteral("start"));
+    // The end goes another way than the frames, and may overtake those that a busy machine has held up.
+    QCOMPARE(events.count(QStringLiteral("frame")), 3);
+    QCOMPARE(events.count(QStringLiteral("stop")), 1);
 }
 
 /// No packet leaves before its time, and lateness of one does not add to the next. How late the machine is busy enough
@@ -157,12 +169,15 @@ void TestRoomMember::speaksBetweenStartAndStop() {
 void TestRoomMember::speaksNoFasterAndNoSlowerThanTheClock() {
     const auto talker = ready(2);
     std::vector<std::int64_t> arrivals;
-    connect(m_server.get(), &VoiceServer::audioRelayed, talker.get(), [&] { arrivals.push_back(monotonicNs()); });
+    connect(m_server.get(), &VoiceServer::datagramReceived, talker.get(), [&](const QByteArray &datagram) {
+        if (isFrame(datagram))
+            arrivals.push_back(monotonicNs());
+    });
     QSignalSpy finished(talker.get(), &RoomMember::finishedSpeaking);
     const std::int64_t startNs = monotonicNs();
     talker->speak(tone(1000, -6, 1.0));
     QVERIFY(finished.wait());
-    QCOMPARE(arrivals.size(), std::size_t(50));
+    QTRY_COMPARE(arrivals.size(), std::size_t(50));
     double latenessMs = std::numeric_limits<double>::max();
     for (std::size_t i = 0; i < arrivals.size(); ++i) {
         const std::int64_t dueNs = std::int64_t(i) * 20'000'000;
