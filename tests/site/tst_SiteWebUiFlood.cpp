@@ -25,6 +25,11 @@ QString prepared(int number) {
     return sitePaths().appliance + QStringLiteral("/sounds/%1").arg(number);
 }
 
+/// In the order of the numbers.
+QString commandFile(int number) {
+    return inFolder(QStringLiteral("kivo-cmd-%1.json").arg(number, 5, 10, QLatin1Char('0')));
+}
+
 QStringList commandFiles() {
     return QDir(folder()).entryList({"kivo-cmd-*.json"_s});
 }
@@ -39,7 +44,7 @@ void prepareCommands() {
 
 void dropPreparedCommands() {
     for (int i = 0; i < floodSize; ++i) {
-        if (!QFile::rename(prepared(i), inFolder(QStringLiteral("kivo-cmd-%1.json").arg(i))))
+        if (!QFile::rename(prepared(i), commandFile(i)))
             qWarning("cannot drop a command");
     }
 }
@@ -179,7 +184,7 @@ void TestSiteWebUiFlood::tenThousandCommandsCostNoSound() {
     constexpr double radioHertz = 1013, roomHertz = 713; // broken numbers of waves per frame
     const auto member = m_site->memberIn("Lobby"_s);
     QVERIFY(member);
-    const QString last = inFolder(QStringLiteral("kivo-cmd-%1.json").arg(floodSize - 1)); // by name and by time
+    const QString last = commandFile(floodSize - 1); // by name and by time
     struct Heard {
         Pcm inRoom, onAir;
         bool isOver = false;
