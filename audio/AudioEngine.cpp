@@ -229,10 +229,6 @@ QByteArray AudioEngine::sealFrame(const QByteArray &packet) const {
     return m_cipher.seal(bytesOf(packet));
 }
 
-QByteArray AudioEngine::resample(const QByteArray &samples, int fromRate, int toRate) {
-    return m_resampler.convert(samples, fromRate, toRate);
-}
-
 // Radio to network
 
 void AudioEngine::onInputReadyRead() {

@@ -95,7 +95,9 @@ public:
     /// The reverse. Empty when the packet was not sealed with this key: drop it.
     QByteArray openFrame(const QByteArray &packet) const { return m_cipher.open(packet); }
     /// Mono 16-bit samples at another rate, in Hz.
-    QByteArray resample(const QByteArray &samples, int fromRate, int toRate);
+    QByteArray resample(const QByteArray &samples, int fromRate, int toRate) {
+        return m_resampler.convert(samples, fromRate, toRate);
+    }
     /// Writes interleaved samples straight to the playback device, past the queue, and waits for the device to take
     /// them.
     void playPcm(const QByteArray &samples, int channels);

@@ -3,9 +3,11 @@
 
 #include <QtTest>
 
+#include <csignal>
 #include <cstdio>
 #include <grp.h>
 #include <optional>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -47,6 +49,21 @@ private Q_SLOTS:
     void anObjectIsWrittenIndentedWithSortedKeys() {
         writeWebUiJson(m_file, QJsonObject{{"b"_s, 1}, {"a"_s, true}});
         QCOMPARE(TestRoot::read(m_file), QByteArray("{\n    \"a\": true,\n    \"b\": 1\n}\n"));
+    }
+
+    void aFileThatThereIsNoRoomForIsLeftEmpty() {
+        writeWebUiFile(m_file, "old");
+        struct rlimit before = {};
+        QCOMPARE(::getrlimit(RLIMIT_FSIZE, &before), 0);
+        const auto handler = ::signal(SIGXFSZ, SIG_IGN);
+        const struct rlimit small = {100, before.rlim_max};
+        QCOMPARE(::setrlimit(RLIMIT_FSIZE, &small), 0);
+        writeWebUiFile(m_file, QByteArray(1000, 'x'));
+        QCOMPARE(::setrlimit(RLIMIT_FSIZE, &before), 0);
+        ::signal(SIGXFSZ, handler);
+        QCOMPARE(TestRoot::read(m_file), QByteArray());
+        writeWebUiFile(m_file, "new");
+        QCOMPARE(TestRoot::read(m_file), QByteArray("new"));
     }
 
     void itIsRewrittenInPlace() {
